@@ -1,0 +1,73 @@
+#include "client/routing.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "daemon/log.h"
+#include "platform/utilities.h"
+
+namespace csi_receiver {
+namespace {
+
+constexpr std::size_t field_count = 4;
+constexpr std::size_t hwaddr_digits = 12;
+
+/// "A0B1C2D3E4F5" as "a0:b1:c2:d3:e4:f5".
+std::string format_hwaddr(const std::string& digits) {
+    std::string text;
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+        text += at == 0 ? "" : ":";
+        text += digits.substr(at, 2);
+    }
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return text;
+}
+
+} // namespace
+
+void routing_table::add_routing(const std::string& routing) {
+    for (const std::string& item : split(routing, ',')) {
+        const std::vector<std::string> fields = split(item, ':');
+        if (fields.size() == field_count && fields[3].size() == hwaddr_digits) {
+            add_item(fields);
+        }
+    }
+}
+
+void routing_table::add_item(const std::vector<std::string>& fields) {
+    std::string uuid = fields[0];
+    hex_id_to_decimal(uuid);
+    const std::string& address = fields[1];
+    const std::string& ifname = fields[2];
+    const std::string hwaddr = format_hwaddr(fields[3]);
+    log_prefix() << "Add bot uuid " << uuid << " at zorvin " << address << " on interface "
+                 << ifname << " hwaddr " << hwaddr;
+
+    zorvin_entry& zorvin = zorvin_at(address);
+    std::vector<std::string>& interfaces = zorvin.interfaces;
+    if (std::find(interfaces.begin(), interfaces.end(), ifname) == interfaces.end()) {
+        interfaces.push_back(ifname);
+    }
+    bots_.emplace_back(hwaddr, uuid, ifname, zorvin);
+}
+
+zorvin_entry& routing_table::zorvin_at(const std::string& address) {
+    const auto found =
+        std::find_if(zorvins_.begin(), zorvins_.end(),
+                     [&address](const zorvin_entry& entry) { return entry.address == address; });
+    return found != zorvins_.end() ? *found : zorvins_.emplace_back(address);
+}
+
+routing_table::bots_type::iterator routing_table::find_bot_by_uuid(const std::string& uuid) {
+    return std::find_if(bots_.begin(), bots_.end(),
+                        [&uuid](const bot_record& bot) { return bot.uuid == uuid; });
+}
+
+routing_table::bots_type::iterator routing_table::find_bot_by_hwaddr(const std::string& hwaddr) {
+    return std::find_if(bots_.begin(), bots_.end(),
+                        [&hwaddr](const bot_record& bot) { return bot.hwaddr == hwaddr; });
+}
+
+} // namespace csi_receiver

@@ -1,0 +1,83 @@
+#include "core/interface_commands.h"
+
+#include <string_view>
+
+#include "core/core_request.h"
+#include "core/requests.h"
+
+namespace csi_receiver {
+namespace {
+
+json::document ask_about(const std::string& address, std::string_view command,
+                         const std::string& ifname) {
+    json::document request = make_request(command);
+    json::set(request, "ifname", ifname, request.GetAllocator());
+    return core_request(address, request);
+}
+
+std::string* text_field(interface_info& info, std::string_view name) {
+    return name == "iftype"        ? &info.iftype
+           : name == "bssid"       ? &info.bssid
+           : name == "ssid"        ? &info.ssid
+           : name == "driver_name" ? &info.driver_name
+                                   : nullptr;
+}
+
+std::int32_t* number_field(interface_info& info, std::string_view name) {
+    return name == "antennas" ? &info.antennas : name == "wiphy" ? &info.wiphy : nullptr;
+}
+
+} // namespace
+
+bool core_ping(const std::string& address) {
+    json::document request(rapidjson::kObjectType);
+    json::set(request, "ping", json::value(), request.GetAllocator());
+    const json::document reply = core_request(address, request);
+    return reply.IsObject() && json::find(reply, "ping") != nullptr;
+}
+
+bool core_add_interface(const std::string& address, const std::string& ifname) {
+    return tells_success(ask_about(address, "add_interface", ifname));
+}
+
+bool core_del_interface(const std::string& address, const std::string& ifname) {
+    return tells_success(ask_about(address, "del_interface", ifname));
+}
+
+std::vector<std::string> core_get_interfaces(const std::string& address) {
+    const json::document reply = core_request(address, make_request("get_interfaces"));
+    const json::value* interfaces = reply.IsObject() ? json::find(reply, "interfaces") : nullptr;
+    std::vector<std::string> names;
+    if (interfaces != nullptr) {
+        for (const json::value& name : interfaces->GetArray()) {
+            names.emplace_back(name.GetString(), name.GetStringLength());
+        }
+    }
+    return names;
+}
+
+interface_info core_interface_info(const std::string& address, const std::string& ifname) {
+    interface_info info;
+    info.ifname = ifname;
+    const json::document reply = ask_about(address, "info", ifname);
+    if (!reply.IsObject()) {
+        return info;
+    }
+    for (const auto& member : reply.GetObject()) {
+        const std::string_view name(member.name.GetString(), member.name.GetStringLength());
+        if (std::int32_t* number = number_field(info, name)) {
+            *number = member.value.GetInt();
+        } else if (std::string* text = text_field(info, name)) {
+            text->assign(member.value.GetString(), member.value.GetStringLength());
+        }
+    }
+    return info;
+}
+
+void add_interfaces(const zorvin_entry& zorvin) {
+    for (const std::string& ifname : zorvin.interfaces) {
+        core_add_interface(zorvin.address, ifname);
+    }
+}
+
+} // namespace csi_receiver

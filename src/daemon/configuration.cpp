@@ -1,0 +1,53 @@
+#include "daemon/configuration.h"
+
+#include <algorithm>
+#include <fstream>
+#include <string_view>
+
+#include "platform/utilities.h"
+
+namespace csi_receiver {
+namespace {
+
+char to_lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+} // namespace
+
+configuration_line parse_line(const std::string& line, char separator) {
+    configuration_line result{{}, {}, false};
+    const std::string_view text = line;
+    const std::size_t at = text.find(separator);
+    if (text.substr(0, 1) == "#" || at == std::string_view::npos) {
+        return result;
+    }
+    result.key = trim(text.substr(0, at));
+    std::transform(result.key.begin(), result.key.end(), result.key.begin(), to_lower);
+    const std::string_view rest = text.substr(at + 1);
+    result.value = trim(rest.substr(0, rest.find('#')));
+    result.accepted = !result.value.empty();
+    return result;
+}
+
+configuration read_configuration(const std::string& path, char separator) {
+    configuration map;
+    std::ifstream file(path);
+    for (std::string text; std::getline(file, text);) {
+        configuration_line line = parse_line(text, separator);
+        if (line.accepted) {
+            map[line.key] = std::move(line.value);
+        }
+    }
+    return map;
+}
+
+bool has_key(const configuration& map, const std::string& key) {
+    return map.count(key) != 0;
+}
+
+const std::string& get(configuration& map, const std::string& key) {
+    return map[key];
+}
+
+} // namespace csi_receiver

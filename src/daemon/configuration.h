@@ -1,0 +1,31 @@
+/// The configuration: a map from lower-case key to trimmed value, and the file that it is read
+/// from.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+
+namespace csi_receiver {
+
+/// Filled once, at start-up, and completed by the entry point. Main thread only.
+using configuration = std::unordered_map<std::string, std::string>;
+
+/// One line of the file; `accepted` is false for a comment and for a line without a value.
+struct configuration_line {
+    std::string key;
+    std::string value;
+    bool accepted;
+};
+
+[[nodiscard]] configuration_line parse_line(const std::string& line, char separator);
+
+/// Reads the whole file; a later line replaces an earlier one of the same key. The map is empty
+/// when the file cannot be read or holds no entry.
+[[nodiscard]] configuration read_configuration(const std::string& path, char separator);
+
+[[nodiscard]] bool has_key(const configuration& map, const std::string& key);
+
+/// The value; an absent key gets an empty one.
+[[nodiscard]] const std::string& get(configuration& map, const std::string& key);
+
+} // namespace csi_receiver

@@ -1,0 +1,165 @@
+#include "daemon/log.h"
+
+#include <cstdio>
+#include <iostream>
+#include <mutex>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace csi_receiver {
+
+std::string log_path;
+std::string log_file;
+std::ofstream log_out;
+
+namespace {
+
+/// What the log's mutex guards: the streams and where they point.
+struct log_state {
+    std::mutex mutex;
+    std::streambuf* own_output = nullptr; // set while the streams point at the log file
+    std::streambuf* own_error = nullptr;
+    std::streamoff position = 0; // bytes in the open log file
+};
+
+log_state& state() {
+    static log_state& only = *new log_state; // outlives every thread that logs
+    return only;
+}
+
+void write_locked(std::ostream& stream, std::string_view text) {
+    stream.clear(); // a full disk loses the lines that it has no room for, not all that follow
+    stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+    stream.flush();
+}
+
+bool exists(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0;
+}
+
+/// The stream's own descriptor cannot be had from it: it is the one above that names the same file.
+void close_log_on_exec(int same_file) {
+    constexpr int search_limit = 256;
+    struct stat wanted {};
+    fstat(same_file, &wanted);
+    for (int fd = 0; fd < search_limit; ++fd) {
+        struct stat status {};
+        if (fstat(fd, &status) == 0 && status.st_dev == wanted.st_dev &&
+            status.st_ino == wanted.st_ino) {
+            fcntl(fd, F_SETFD, FD_CLOEXEC);
+        }
+    }
+}
+
+void open_locked(const std::string& path) {
+    // Created here so that nobody else may write it, whatever the process's file mask.
+    const int created = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    log_out.open(path, std::ios::out | std::ios::trunc);
+    if (created >= 0) {
+        close_log_on_exec(created);
+        close(created);
+    }
+    state().position = 0;
+}
+
+void redirect_locked() {
+    state().own_output = std::cout.rdbuf(log_out.rdbuf());
+    state().own_error = std::cerr.rdbuf(log_out.rdbuf());
+}
+
+void give_back_locked() {
+    std::cout.rdbuf(state().own_output);
+    std::cerr.rdbuf(state().own_error);
+    state().own_output = nullptr;
+    state().own_error = nullptr;
+}
+
+} // namespace
+
+log_line::~log_line() {
+    text_ << '\n';
+    print(text_.str());
+}
+
+log_line log_prefix() {
+    return log_line(format_log_prefix(std::time(nullptr)));
+}
+
+std::string format_log_prefix(std::time_t time) {
+    std::tm utc{};
+    gmtime_r(&time, &utc);
+    std::ostringstream prefix;
+    prefix << '[' << utc.tm_year + 1900L << '-' << utc.tm_mon + 1 << '-' << utc.tm_mday << '_'
+           << utc.tm_hour << ':' << utc.tm_min << ':' << utc.tm_sec << "] ";
+    return prefix.str();
+}
+
+void print(std::string_view text) {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    write_locked(std::cout, text);
+    if (std::cout.good()) {
+        state().position += static_cast<std::streamoff>(text.size());
+    }
+}
+
+void print_to_console(std::string_view text) {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    std::streambuf* own = state().own_output;
+    std::ostream console(own != nullptr ? own : std::cout.rdbuf());
+    write_locked(console, text);
+}
+
+void rotate(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || status.st_size == 0) {
+        return;
+    }
+    const std::string newest = path + ".1";
+    const std::string middle = path + ".2";
+    const std::string oldest = path + ".3";
+    if (exists(newest)) {
+        if (exists(middle)) {
+            if (exists(oldest)) {
+                std::remove(oldest.c_str());
+            }
+            std::rename(middle.c_str(), oldest.c_str());
+        }
+        std::rename(newest.c_str(), middle.c_str());
+    }
+    std::rename(path.c_str(), newest.c_str());
+}
+
+log_redirection::log_redirection(const std::string& directory, const std::string& name)
+    : path_(directory + "/" + name) {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    mkdir(directory.c_str(), 0705);
+    rotate(path_);
+    open_locked(path_);
+    redirect_locked();
+}
+
+log_redirection::~log_redirection() {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    give_back_locked();
+}
+
+bool log_redirection::rotate_if_grown() {
+    {
+        const std::lock_guard<std::mutex> lock(state().mutex);
+        if (!log_out.is_open() || state().position <= log_size_limit) {
+            return false;
+        }
+        give_back_locked();
+        log_out.close();
+        rotate(path_);
+        open_locked(path_);
+        redirect_locked();
+        write_locked(std::cout, format_log_prefix(std::time(nullptr)) + "log rotated\n");
+    }
+    return true;
+}
+
+} // namespace csi_receiver

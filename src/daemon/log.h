@@ -1,0 +1,79 @@
+/// Log lines, the log file and its rotation.
+///
+/// Everything the daemon says goes to standard output, which log_redirection points at the log file
+/// while that is in use. Any thread may write: each line goes out whole and flushed.
+#pragma once
+
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace csi_receiver {
+
+/// Directory, without a trailing "/", and name of the log file, and the open file. Empty and closed
+/// until the client opens the log.
+extern std::string log_path;
+extern std::string log_file;
+extern std::ofstream log_out;
+
+/// A log file that is larger than this many bytes is rotated.
+constexpr std::streamoff log_size_limit = 2097152;
+
+/// One line under construction; it goes out, with a line end, when the object ends.
+class log_line {
+public:
+    explicit log_line(const std::string& prefix) { text_ << prefix; }
+    ~log_line();
+    log_line(const log_line&) = delete;
+    log_line& operator=(const log_line&) = delete;
+
+    template<class part>
+    log_line& operator<<(const part& added) {
+        text_ << added;
+        return *this;
+    }
+
+private:
+    std::ostringstream text_;
+};
+
+/// Begins a line with the present time: `log_prefix() << "text";`
+[[nodiscard]] log_line log_prefix();
+
+/// "[2026-3-7_9:5:1] ": UTC, without padding.
+[[nodiscard]] std::string format_log_prefix(std::time_t time);
+
+/// Writes the text as it is, without a prefix.
+void print(std::string_view text);
+
+/// Writes the text to the standard output that the process was started with, also while standard
+/// output is pointed at the log file.
+void print_to_console(std::string_view text);
+
+/// Makes room for a new log at `path`: the file becomes ".1", ".1" becomes ".2" and ".2" becomes
+/// ".3". An absent or empty file changes nothing, and failures are ignored.
+void rotate(const std::string& path);
+
+/// Points standard output and standard error at the log file for as long as it lives, and gives
+/// them back their own buffers at its end. The file stays open. At most one at a time; main thread
+/// only.
+class log_redirection {
+public:
+    /// Makes the directory, rotates and opens the file. A file that cannot be opened is no error:
+    /// what is written then is lost.
+    log_redirection(const std::string& directory, const std::string& name);
+    ~log_redirection();
+    log_redirection(const log_redirection&) = delete;
+    log_redirection& operator=(const log_redirection&) = delete;
+
+    /// Rotates the log when it has grown past its limit, and says so as the first line of the new
+    /// file. Costs no system call otherwise. True when it did.
+    bool rotate_if_grown();
+
+private:
+    std::string path_;
+};
+
+} // namespace csi_receiver

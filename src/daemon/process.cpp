@@ -1,0 +1,125 @@
+#include "daemon/process.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace csi_receiver {
+namespace {
+
+/// Goes on in the child alone.
+void fork_and_leave_parent() {
+    const pid_t child = fork();
+    if (child != 0) {
+        _exit(child < 0 ? 1 : 0);
+    }
+}
+
+/// One call to the kernel, where it knows that call.
+bool close_range_from(int first) {
+#ifdef SYS_close_range
+    return syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0;
+#else
+    static_cast<void>(first);
+    return false;
+#endif
+}
+
+/// Only those that are open: the limit may be a thousand million.
+bool close_listed_from(int first) {
+    const auto close_directory = [](DIR* open) { closedir(open); };
+    const std::unique_ptr<DIR, decltype(close_directory)> directory(opendir("/proc/self/fd"),
+                                                                    close_directory);
+    if (!directory) {
+        return false;
+    }
+    std::vector<int> descriptors;
+    while (const dirent* entry = readdir(directory.get())) {
+        const int fd = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
+        const bool is_number = entry->d_name[0] != '.';
+        if (is_number && fd >= first && fd != dirfd(directory.get())) {
+            descriptors.push_back(fd);
+        }
+    }
+    for (const int fd : descriptors) {
+        close(fd);
+    }
+    return true;
+}
+
+void close_descriptors_from(int first) {
+    if (close_range_from(first) || close_listed_from(first)) {
+        return;
+    }
+    for (long fd = sysconf(_SC_OPEN_MAX); fd >= first; --fd) {
+        close(static_cast<int>(fd));
+    }
+}
+
+/// The standard descriptors must not be handed out again: the signal descriptor would become 0,
+/// which no poll set takes, and a stray message would end up in a socket.
+void open_standard_descriptors_on_nothing() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        const int opened = open("/dev/null", O_RDWR);
+        if (opened != fd) {
+            dup2(opened, fd);
+        }
+    }
+}
+
+} // namespace
+
+void daemonise(bool keep_standard_descriptors) {
+    fork_and_leave_parent();
+    if (setsid() < 0) {
+        _exit(1);
+    }
+    std::signal(SIGCHLD, SIG_IGN);
+    fork_and_leave_parent();
+    umask(0);
+    if (chdir("/") != 0) {
+        _exit(1);
+    }
+    if (keep_standard_descriptors) {
+        close_descriptors_from(STDERR_FILENO + 1);
+    } else {
+        close_descriptors_from(STDIN_FILENO);
+        open_standard_descriptors_on_nothing();
+    }
+}
+
+bool tells_preemption(const char* kernel_version) {
+    return std::strstr(kernel_version, "PREEMPT") != nullptr;
+}
+
+bool is_preemptive_kernel() {
+    utsname kernel{};
+    return uname(&kernel) == 0 && tells_preemption(kernel.version);
+}
+
+int set_realtime_priority(pthread_t thread, int priority) {
+    sched_param parameters{};
+    parameters.sched_priority = std::clamp(priority, sched_get_priority_min(SCHED_FIFO),
+                                           sched_get_priority_max(SCHED_FIFO));
+    return pthread_setschedparam(thread, SCHED_FIFO, &parameters);
+}
+
+int get_priority(pthread_t thread) {
+    sched_param parameters{};
+    int policy = 0;
+    const int error = pthread_getschedparam(thread, &policy, &parameters);
+    return error == 0 ? parameters.sched_priority : -error;
+}
+
+} // namespace csi_receiver

@@ -1,0 +1,102 @@
+#include "platform/json.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace json {
+namespace {
+
+bool nested_too_deeply(std::string_view text) {
+    int depth = 0;
+    bool in_string = false;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char c = text[at];
+        if (in_string) {
+            at += c == '\\' ? 1 : 0;
+            in_string = c != '"';
+        } else if (c == '"') {
+            in_string = true;
+        } else if (c == '{' || c == '[') {
+            if (++depth > max_depth) {
+                return true;
+            }
+        } else if (c == '}' || c == ']') {
+            --depth;
+        }
+    }
+    return false;
+}
+
+value name_reference(std::string_view name) {
+    return value(rapidjson::StringRef(name.data(), static_cast<rapidjson::SizeType>(name.size())));
+}
+
+} // namespace
+
+void assertion_failed(const char* file, int line, const char* expression) {
+    std::fprintf(stderr, "%s:%d: JSON assertion failed: %s\n", file, line, expression);
+    std::abort();
+}
+
+document parse(std::string_view text) {
+    document result;
+    if (!nested_too_deeply(text)) {
+        // Iterative: a thread with a small stack may parse a reply, too.
+        result.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
+    }
+    return result;
+}
+
+std::string write(const value& from) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    from.Accept(writer);
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+const value* find(const value& object, std::string_view name) {
+    const auto member = object.FindMember(name_reference(name));
+    return member == object.MemberEnd() ? nullptr : &member->value;
+}
+
+value* find(value& object, std::string_view name) {
+    const auto member = object.FindMember(name_reference(name));
+    return member == object.MemberEnd() ? nullptr : &member->value;
+}
+
+std::optional<std::string_view> find_string(const value& object, std::string_view name) {
+    const value* member = find(object, name);
+    if (member == nullptr || !member->IsString()) {
+        return std::nullopt;
+    }
+    return std::string_view(member->GetString(), member->GetStringLength());
+}
+
+std::optional<std::int32_t> find_int(const value& object, std::string_view name) {
+    const value* member = find(object, name);
+    if (member == nullptr || !member->IsInt()) {
+        return std::nullopt;
+    }
+    return member->GetInt();
+}
+
+value make_string(std::string_view text, allocator& memory) {
+    return {text.data(), static_cast<rapidjson::SizeType>(text.size()), memory};
+}
+
+void set(value& object, std::string_view name, value&& member, allocator& memory) {
+    if (value* present = find(object, name)) {
+        *present = member;
+        return;
+    }
+    object.AddMember(make_string(name, memory), member, memory);
+}
+
+void set(value& object, std::string_view name, std::string_view text, allocator& memory) {
+    set(object, name, make_string(text, memory), memory);
+}
+
+} // namespace json

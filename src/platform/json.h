@@ -1,0 +1,61 @@
+/// JSON documents and the few operations on them that the daemon needs again and again.
+/// The only file that includes the JSON library, so that every user gets it set up alike.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace json {
+
+/// Prints the failed assertion to standard error and ends the process.
+[[noreturn]] void assertion_failed(const char* file, int line, const char* expression);
+
+} // namespace json
+
+// Reading a member of the wrong type ends the process on purpose, in release builds too: the
+// library's own default would follow NDEBUG.
+#define RAPIDJSON_ASSERT(x)                                                                        \
+    (static_cast<bool>(x) ? static_cast<void>(0) : ::json::assertion_failed(__FILE__, __LINE__, #x))
+#define RAPIDJSON_HAS_STDSTRING 1
+
+#include <rapidjson/document.h>
+
+namespace json {
+
+using document = rapidjson::Document;
+using value = rapidjson::Value;
+using allocator = rapidjson::Document::AllocatorType;
+
+/// Objects and arrays nested deeper than this are refused: passes over a document and its writer
+/// call themselves once a level, and no peer's text may exhaust the stack.
+constexpr int max_depth = 1000;
+
+/// Parses one JSON text. The document is null when the text is no JSON or nested too deeply.
+/// The document keeps copies of all strings; `text` may go away.
+[[nodiscard]] document parse(std::string_view text);
+
+/// The compact text of a value: no blanks, no line ends.
+[[nodiscard]] std::string write(const value& from);
+
+/// The member `name` of `object`, or nullptr. `object` must be an object.
+[[nodiscard]] const value* find(const value& object, std::string_view name);
+[[nodiscard]] value* find(value& object, std::string_view name);
+
+/// The text of the member `name` if it is a string; it lives as long as the member.
+[[nodiscard]] std::optional<std::string_view> find_string(const value& object,
+                                                          std::string_view name);
+
+/// The member `name` if it is an integer that fits 32 bits with sign.
+[[nodiscard]] std::optional<std::int32_t> find_int(const value& object, std::string_view name);
+
+/// A string value with a copy of the text in the allocator's memory.
+[[nodiscard]] value make_string(std::string_view text, allocator& memory);
+
+/// Adds a member at the end, or replaces the value in its place if `object` has one of that name.
+/// Name and text are copied; a moved value must come from the same allocator.
+void set(value& object, std::string_view name, value&& member, allocator& memory);
+void set(value& object, std::string_view name, std::string_view text, allocator& memory);
+
+} // namespace json

@@ -1,0 +1,98 @@
+#include "platform/udp_client.h"
+
+#include <cerrno>
+#include <utility>
+
+#include <unistd.h>
+
+#include "platform/socket.h"
+
+namespace csi_receiver {
+
+udp_client::udp_client(const std::string& address, std::uint16_t port)
+    : address_(address)
+    , port_(port)
+    , buffer_(receive_buffer_size) {
+    open();
+}
+
+void udp_client::open() {
+    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd_ < 1 || !bind_address(fd_, "0.0.0.0", 0)) {
+        return;
+    }
+    if (!connect_address(fd_, address_, port_)) {
+        close(fd_);
+        fd_ = -1;
+        return;
+    }
+    set_blocking(fd_, false);
+    local_port_ = csi_receiver::local_port(fd_);
+    poll_set_add(polls_, fd_, poll_readable);
+}
+
+udp_client::~udp_client() {
+    close_socket();
+}
+
+udp_client::udp_client(udp_client&& other) noexcept
+    : port_(0)
+    , buffer_(receive_buffer_size) {
+    *this = std::move(other);
+}
+
+udp_client& udp_client::operator=(udp_client&& other) noexcept {
+    if (this != &other) {
+        close_socket();
+        fd_ = std::exchange(other.fd_, -1);
+        address_ = other.address_;
+        port_ = other.port_;
+        local_port_ = other.local_port_;
+        state_ = other.state_;
+        poll_set_add(polls_, fd_, poll_readable);
+    }
+    return *this;
+}
+
+void udp_client::close_socket() {
+    poll_set_remove(polls_, fd_);
+    if (fd_ > 0) {
+        close(fd_);
+    }
+}
+
+bool udp_client::send(const std::string& text) {
+    if (fd_ < 0) {
+        return false;
+    }
+    return send_text(fd_, text, MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+}
+
+bool udp_client::receive(std::string& out) {
+    if (fd_ < 0) {
+        return false;
+    }
+    const ssize_t count = recv_into(fd_, buffer_, 0);
+    if (count < 0) {
+        return errno == EAGAIN;
+    }
+    if (count > 0) {
+        out.assign(buffer_.data(), static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+std::string udp_client::exchange(const std::string& request, int timeout_ms) {
+    std::string reply;
+    if (fd_ < 1 || !send(request)) {
+        return reply;
+    }
+    for (const poll_event& event : poll_set_wait(polls_, timeout_ms)) {
+        if ((event.event & static_cast<std::uint32_t>(poll_readable)) != 0) {
+            receive(reply);
+        }
+    }
+    return reply;
+}
+
+} // namespace csi_receiver

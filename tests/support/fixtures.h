@@ -1,0 +1,89 @@
+/// What tests of several subsystems need: bounded waits, a folder of their own, the log as lines.
+#pragma once
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "daemon/log.h"
+
+class stopwatch {
+public:
+    [[nodiscard]] std::chrono::steady_clock::duration elapsed() const {
+        return std::chrono::steady_clock::now() - start_;
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+/// Waits until the condition holds; false when it does not within the bound.
+inline bool wait_until(const std::function<bool()>& condition,
+                       std::chrono::milliseconds bound = std::chrono::seconds(10)) {
+    const stopwatch watch;
+    while (!condition()) {
+        if (watch.elapsed() >= bound) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+struct temporary_directory {
+    temporary_directory() {
+        std::string pattern = std::filesystem::temp_directory_path() / "csi_receiver_XXXXXX";
+        path = mkdtemp(pattern.data());
+    }
+    ~temporary_directory() { std::filesystem::remove_all(path); }
+    temporary_directory(const temporary_directory&) = delete;
+    temporary_directory& operator=(const temporary_directory&) = delete;
+
+    [[nodiscard]] std::string write(const std::string& name, const std::string& text) const {
+        std::ofstream(path + "/" + name) << text;
+        return path + "/" + name;
+    }
+    /// The file's text, and "absent" where there is no such file.
+    [[nodiscard]] std::string read(const std::string& name) const {
+        std::ifstream file(path + "/" + name);
+        std::ostringstream text;
+        text << file.rdbuf();
+        return file ? text.str() : "absent";
+    }
+
+    std::string path;
+};
+
+/// Takes what goes to standard output. Read it when no other thread logs any more.
+class captured_output {
+public:
+    captured_output()
+        : own_(std::cout.rdbuf(text_.rdbuf())) {}
+    ~captured_output() { std::cout.rdbuf(own_); }
+    captured_output(const captured_output&) = delete;
+    captured_output& operator=(const captured_output&) = delete;
+
+    [[nodiscard]] std::string text() const { return text_.str(); }
+
+    /// The lines since the last call, without the time in front of them.
+    [[nodiscard]] std::vector<std::string> lines() {
+        std::vector<std::string> result;
+        for (std::string line; std::getline(text_, line);) {
+            const std::size_t prefix = line.rfind("[2", 0) == 0 ? line.find("] ") + 2 : 0;
+            result.push_back(line.substr(prefix));
+        }
+        text_.clear();
+        return result;
+    }
+
+private:
+    std::stringstream text_;
+    std::streambuf* own_;
+};
