@@ -107,7 +107,7 @@ TEST(udp_client, exchanges_one_datagram_each_way) {
     EXPECT_EQ(unchanged, "as it was");
 
     udp_client moved(std::move(client));
-    EXPECT_EQ(client.fd(), -1); // NOLINT(bugprone-use-after-move): what a moved-from client is
+    EXPECT_EQ(client.fd(), -1); // NOLINT: what a moved-from client is
     EXPECT_EQ(moved.local_port(), port);
     EXPECT_EQ(send_text_to(peer.fd, "still here", from, port, 0), 10);
     EXPECT_EQ(moved.exchange("again", 1000), "still here");

@@ -56,6 +56,9 @@ public:
     /// the server asks to disconnect.
     bool parse_msg(const std::string& text, std::string& reply);
 
+    /// Filled by run.
+    [[nodiscard]] routing_table& routing() { return routing_; }
+
 private:
     // Both on the monotonic clock, in whose beginning they start: the first poll and the first tick
     // are due at once.

@@ -10,6 +10,12 @@ constexpr long get_timeout_ms = 5000;
 constexpr long sink_timeout_ms = 200000;
 constexpr long receive_buffer_size = 10240000;
 
+/// A new list for every request, released by nobody: libcurl goes on using the one it was given
+/// last for every later request, and servers expect the content type with GETs that follow a POST.
+curl_slist* make_json_headers() {
+    return curl_slist_append(nullptr, "Content-Type: application/json");
+}
+
 } // namespace
 
 http_client::http_client(std::uint32_t port)
@@ -33,10 +39,7 @@ std::string http_client::post_json(const std::string& url, const std::string& bo
     const std::lock_guard<std::mutex> lock(mutex_);
     response_.clear();
     if (handle_ && !is_dropped(ending)) {
-        // A new list for every request, released by nobody, and set for every later request too:
-        // servers expect the content type with GETs that follow a POST.
-        curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
-        curl_easy_setopt(handle_.get(), CURLOPT_HTTPHEADER, headers);
+        curl_easy_setopt(handle_.get(), CURLOPT_HTTPHEADER, make_json_headers());
         curl_easy_setopt(handle_.get(), CURLOPT_POSTFIELDS, body.c_str());
         receive_into_response(post_timeout_ms);
         perform(url);
@@ -102,7 +105,8 @@ std::size_t http_client::curl_callback(char* data, std::size_t size, std::size_t
     const std::size_t length = size * nmemb;
     if (data != nullptr) {
         // Each chunk replaces the one before it; the receive buffer is as large as it is so that a
-        // whole reply comes as one chunk.
+        // whole reply comes as one chunk. libcurl itself makes chunks of 16 KiB at most: servers
+        // keep their messages below that.
         static_cast<std::string*>(user)->assign(data, length);
     }
     return length;

@@ -107,7 +107,8 @@ std::string run_command(const std::string& command) {
     std::array<char, 1024> line{};
     while (std::fgets(line.data(), static_cast<int>(line.size()), stream) != nullptr) {
         // Trimmed after every piece: that is what joins the lines.
-        result = trim(result + line.data());
+        result += line.data();
+        result = trim(result);
     }
     pclose(stream);
     return result;

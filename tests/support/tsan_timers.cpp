@@ -4,7 +4,7 @@
 // sanitizer knows nothing of them and crashes. These functions take the place of the system's and
 // keep what counts: every expiry runs on a new thread, nobody waits for it, and it starts with no
 // signal blocked.
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -53,8 +53,11 @@ void serve(thread_timer* timer) {
         } else if (steady::now() < timer->next) {
             timer->changed.wait_until(lock, timer->next);
         } else {
-            timer->next += timer->interval;
+            timer->next =
+                std::max(timer->next + timer->interval, steady::now()); // overruns count once
+            lock.unlock();
             std::thread(notify, timer->notification).detach();
+            lock.lock();
         }
     }
     lock.unlock();

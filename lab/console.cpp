@@ -1,0 +1,75 @@
+#include "lab/console.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <stdexcept>
+#include <system_error>
+
+namespace csi_lab {
+namespace {
+
+int block_signals() {
+    sigset_t ending = {};
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGINT);
+    sigaddset(&ending, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    return signalfd(-1, &ending, SFD_CLOEXEC);
+}
+
+} // namespace
+
+console::console()
+    : signals_(block_signals()) {
+    if (signals_.get() < 0) {
+        throw std::runtime_error("signalfd: " + std::generic_category().message(errno));
+    }
+}
+
+std::optional<std::string> console::next_line() {
+    while (true) {
+        if (auto line = take_line()) {
+            return line;
+        }
+        // poll ignores a negative descriptor.
+        std::array<pollfd, 2> waited = {
+            {{signals_.get(), POLLIN, 0}, {open_ ? STDIN_FILENO : -1, POLLIN, 0}}};
+        if (poll(waited.data(), waited.size(), -1) < 0) {
+            continue;
+        }
+        if (waited[0].revents != 0) {
+            return std::nullopt;
+        }
+        read_input();
+    }
+}
+
+std::optional<std::string> console::take_line() {
+    const std::size_t end = buffer_.find('\n');
+    if (end == std::string::npos && (open_ || buffer_.empty())) {
+        return std::nullopt;
+    }
+    std::string line = buffer_.substr(0, end);
+    buffer_.erase(0, end == std::string::npos ? end : end + 1);
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    return line;
+}
+
+void console::read_input() {
+    std::array<char, 4096> text = {};
+    const ssize_t count = read(STDIN_FILENO, text.data(), text.size());
+    if (count > 0) {
+        buffer_.append(text.data(), static_cast<std::size_t>(count));
+    } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
+        open_ = false;
+    }
+}
+
+} // namespace csi_lab

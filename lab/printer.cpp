@@ -1,0 +1,116 @@
+#include "lab/printer.h"
+
+#include "platform/json.h"
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <string_view>
+
+namespace csi_lab {
+namespace {
+
+std::string label_of_post(const std::string& text) {
+    const json::document parsed = json::parse(text);
+    if (!parsed.IsObject()) {
+        return "reply";
+    }
+    const auto command = json::find_string(parsed, "cmd");
+    if (json::find_string(parsed, "request") == "zorvinAttach" ||
+        json::find_string(parsed, "type") == "zorvin") {
+        return "attach";
+    }
+    if (command == "scan" && json::find(parsed, "found") != nullptr) {
+        return "scan report";
+    }
+    if (!command && json::find(parsed, "bot_info") != nullptr) {
+        return "status";
+    }
+    return "reply";
+}
+
+std::string local_time(std::chrono::system_clock::time_point when) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
+    const auto since = when - std::chrono::system_clock::from_time_t(seconds);
+    const auto thousandths = std::chrono::duration_cast<std::chrono::milliseconds>(since).count();
+    std::tm parts = {};
+    localtime_r(&seconds, &parts);
+    std::array<char, 32> text = {};
+    std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min,
+                  parts.tm_sec, static_cast<int>(thousandths));
+    return text.data();
+}
+
+std::string escaped(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        const auto code = static_cast<unsigned char>(c);
+        if (code >= 0x20 && code != 0x7f) {
+            result += c;
+            continue;
+        }
+        std::array<char, 8> escape = {};
+        std::snprintf(escape.data(), escape.size(), "\\x%02x", unsigned{code});
+        result += c == '\n' ? "\\n" : escape.data();
+    }
+    return result;
+}
+
+std::string padded(std::string text, std::size_t width) {
+    text.resize(std::max(text.size(), width), ' ');
+    return text;
+}
+
+/// Escape sequence of the peer that speaks with the daemon.
+const char* color_of(const message& what) {
+    const std::string& peer = what.from == "daemon" ? what.to : what.from;
+    if (peer == "server") {
+        return "\x1b[36m";
+    }
+    if (peer == "fusion") {
+        return "\x1b[35m";
+    }
+    return peer == "lab" ? "\x1b[33m" : "\x1b[32m";
+}
+
+} // namespace
+
+std::string label_of(const message& what) {
+    if (what.from == "lab") {
+        return "remark";
+    }
+    if (what.from == "server") {
+        return "command";
+    }
+    if (what.to == "server") {
+        return label_of_post(what.text);
+    }
+    return what.to == "daemon" ? "reply" : "request";
+}
+
+std::string format_line(const message& what, bool color) {
+    constexpr std::size_t peer_width = 16; // "core 127.0.0.250"
+    constexpr std::size_t label_width = 11;
+    std::string_view text = what.text;
+    if (!text.empty() && text.back() == '\n') {
+        text.remove_suffix(1); // Unsolicited messages end so; no news to anybody.
+    }
+    return local_time(what.when) + "  " + (color ? color_of(what) : "") +
+           padded(what.from, peer_width) + " -> " + padded(what.to, peer_width) + "  " +
+           padded(label_of(what), label_width) + (color ? "\x1b[0m" : "") + "  " + escaped(text);
+}
+
+printer::printer(bool color)
+    : color_(color) {}
+
+void printer::show(const message& what) {
+    say(format_line(what, color_));
+}
+
+void printer::say(const std::string& line) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::fputs((line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+} // namespace csi_lab

@@ -1,0 +1,393 @@
+// The HTTP transport and the client's life in this process, against the lab's peers on real
+// sockets.
+#include <csignal>
+#include <memory>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "client/zorvin_client.h"
+#include "http/http_client.h"
+#include "lab/core_service.h"
+#include "lab/rest_server.h"
+#include "support/fixtures.h"
+
+using namespace csi_receiver;
+using namespace std::chrono_literals;
+using texts = std::vector<std::string>;
+
+namespace {
+
+constexpr auto bound = 20s;
+
+/// A client that runs on a thread, and the signals that it reads.
+class running_client {
+public:
+    explicit running_client(configuration settings)
+        : settings_(std::move(settings)) {
+        EXPECT_EQ(pipe2(signals_, O_NONBLOCK | O_CLOEXEC), 0);
+        thread_ = std::thread([this] {
+            zorvin_client client(signals_[0], settings_);
+            client.run();
+            returned_ = true;
+        });
+    }
+    ~running_client() {
+        signal(SIGTERM);
+        join();
+        close(signals_[0]);
+        close(signals_[1]);
+    }
+    running_client(const running_client&) = delete;
+    running_client& operator=(const running_client&) = delete;
+
+    void signal(int number) {
+        signalfd_siginfo record{};
+        record.ssi_signo = static_cast<std::uint32_t>(number);
+        EXPECT_EQ(write(signals_[1], &record, sizeof record), 128);
+    }
+    void join() {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+    [[nodiscard]] bool returned() const { return returned_; }
+
+private:
+    configuration settings_;
+    int signals_[2] = {-1, -1};
+    std::atomic<bool> returned_{false};
+    std::thread thread_;
+};
+
+struct client : testing::Test {
+    client() { settings["http_port"] = std::to_string(server.port()); }
+
+    /// The lines that the client logs until it returns by itself.
+    texts lines_of_failed_start() {
+        captured_output output;
+        running_client(settings).join();
+        texts lines = output.lines();
+        EXPECT_EQ(lines.front(), "ZW device module version: v9");
+        EXPECT_EQ(lines.back(), "Stopping the Zorvin client");
+        return {lines.begin() + 1, lines.end() - 1};
+    }
+    [[nodiscard]] bool sees_attaches(std::size_t count) {
+        return server.wait_for(
+            [&](const auto& requests) {
+                return std::count_if(requests.begin(), requests.end(), [](const auto& request) {
+                           return request.body.find("localCalculation") != std::string::npos;
+                       }) >= static_cast<std::ptrdiff_t>(count);
+            },
+            bound);
+    }
+    [[nodiscard]] bool sees_reply(const std::string& text) {
+        return server.wait_for(
+            [&](const auto& requests) {
+                return std::any_of(requests.begin(), requests.end(), [&](const auto& request) {
+                    return request.method == "POST" && request.body == text;
+                });
+            },
+            bound);
+    }
+
+    csi_lab::journal journal;
+    csi_lab::rest_server server{journal};
+    csi_lab::core_service core{journal, "127.0.0.1"};
+    configuration settings{{"zorvin_uuid", "0x2329"},
+                           {"version", "v9"},
+                           {"routing", "101:127.0.0.1:wlan0:0A0000000101"},
+                           {"server", "localhost"},
+                           {"log", "no"}};
+};
+
+std::size_t count_line(const texts& lines, const std::string& line) {
+    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+} // namespace
+
+TEST(http_client, outages_are_logged_once_and_bodies_come_whole) {
+    csi_lab::journal journal;
+    csi_lab::rest_server server(journal);
+    setenv("http_proxy", "http://127.0.0.1:1/", 1); // nothing is taken from the environment
+    captured_output output;
+    curl_http::http_client http(server.port());
+    const std::string url = "http://127.0.0.1:/v2/zorvins/1/msg";
+    const std::string failed = "request to " + url + " failed: Couldn't connect to server";
+
+    server.stop();
+    EXPECT_EQ(http.get(url), "");
+    EXPECT_FALSE(http.connected());
+    server.start();
+    EXPECT_EQ(http.get(""), "");
+    EXPECT_FALSE(http.connected()) << "a request without URL is none";
+    server.queue("first");
+    EXPECT_EQ(http.get(url), "first");
+    EXPECT_TRUE(http.connected());
+    EXPECT_EQ(output.lines(), texts{});
+    for (int outage = 0; outage < 2; ++outage) {
+        server.stop();
+        EXPECT_EQ(http.post_json(url, "{}"), "");
+        EXPECT_EQ(http.get(url), "");
+        EXPECT_FALSE(http.connected());
+        EXPECT_EQ(output.lines(), texts{failed});
+        server.start();
+        EXPECT_EQ(http.post_json(url, "{}"), "");
+        EXPECT_TRUE(http.connected());
+    }
+    server.queue(std::string(3000000, 'x') + "tail"); // of several chunks the last one counts
+    const std::string last = http.get(url);
+    EXPECT_LT(last.size(), 3000000U);
+    EXPECT_EQ(last.substr(last.size() - 4), "tail");
+    server.set_status(500);
+    server.queue("error text");
+    EXPECT_EQ(http.get(url), "error text");
+    EXPECT_TRUE(http.connected()) << "an answer is an answer, whatever its status";
+    server.set_cut(true);
+    server.queue("never comes whole");
+    EXPECT_NE(http.get(url), "never comes whole");
+    EXPECT_FALSE(http.connected());
+    EXPECT_EQ(output.lines().size(), 1U);
+    unsetenv("http_proxy");
+}
+
+TEST(http_client, one_connection_one_header_and_the_last_chunk) {
+    csi_lab::journal journal;
+    csi_lab::rest_server server(journal);
+    curl_http::http_client http(server.port());
+    const std::string url = "http://127.0.0.1:1/v2/zorvins/1/msg"; // the port is overruled
+    http.get(url);
+    http.post_json(url, R"({"a":1})");
+    http.get(url);
+    std::string sink = "before";
+    server.queue("into the sink");
+    EXPECT_EQ(http.get_with_sink(url, &sink), "");
+    EXPECT_EQ(sink, "into the sink");
+    const std::vector<csi_lab::http_request> requests = server.requests();
+    ASSERT_EQ(requests.size(), 4U);
+    EXPECT_EQ(requests[0].header("Content-Type"), "");
+    for (std::size_t at = 1; at < requests.size(); ++at) {
+        EXPECT_EQ(requests[at].header("Content-Type"), "application/json");
+        EXPECT_EQ(requests[at].remote_port, requests[0].remote_port);
+    }
+    EXPECT_EQ(requests[1].body, R"({"a":1})");
+
+    std::string target;
+    char one[] = "one";
+    char two[] = "two";
+    EXPECT_EQ(curl_http::http_client::curl_callback(one, 1, 3, &target), 3U);
+    EXPECT_EQ(curl_http::http_client::curl_callback(two, 3, 1, &target), 3U);
+    EXPECT_EQ(curl_http::http_client::curl_callback(nullptr, 2, 3, &target), 6U);
+    EXPECT_EQ(target, "two");
+
+    http.set_ending_test([] { return true; });
+    EXPECT_EQ(http.get(url), "");
+    http.post_json(url, "dropped", curl_http::when_ending::drop);
+    http.post_json(url, "sent");
+    EXPECT_EQ(server.requests().size(), 5U);
+    EXPECT_EQ(server.requests().back().body, "sent");
+}
+
+TEST(http_client, waits_for_a_silent_server_and_for_its_turn) {
+    csi_lab::journal journal;
+    csi_lab::rest_server server(journal);
+    captured_output output;
+    curl_http::http_client http(server.port());
+    server.set_delay(300ms);
+    stopwatch watch;
+    std::thread other([&http] { http.post_json("http://127.0.0.1:/v2/zorvins/1/msg", "{}"); });
+    http.get("http://127.0.0.1:/v2/zorvins/1/msg");
+    other.join();
+    EXPECT_GE(watch.elapsed(), 600ms); // one after the other
+    server.set_silent(true);
+    watch = {};
+    EXPECT_EQ(http.get("http://127.0.0.1:/v2/zorvins/1/msg"), "");
+    EXPECT_GE(watch.elapsed(), 5s);
+    EXPECT_LT(watch.elapsed(), 6s);
+}
+
+TEST_F(client, start_up_failures) {
+    const struct {
+        const char* key;
+        const char* value;
+        texts lines; // after the line of the Bot
+    } rows[] = {
+        {"api", "V2", {"API version unsupported"}},
+        {"zorvin_uuid", "", {"invalid zorvin_uuid"}},
+        {"routing", "a:b:c", {"error parsing \"routing=a:b:c\" configuration parameter"}},
+    };
+    const configuration good = settings;
+    for (const auto& row : rows) {
+        settings = good;
+        settings[row.key] = row.value;
+        texts lines = lines_of_failed_start();
+        if (lines.front().rfind("Add bot", 0) == 0) {
+            lines.erase(lines.begin());
+        }
+        EXPECT_EQ(lines, row.lines) << row.key;
+    }
+    settings = good;
+    csi_lab::interface_facts station;
+    station.iftype = "station";
+    core.set_facts("wlan0", station);
+    EXPECT_EQ(lines_of_failed_start().back(),
+              "Error: wrong wlan mode: station for interface wlan0 on zorvin 127.0.0.1");
+}
+
+TEST_F(client, the_last_zorvin_decides_whether_core_services_are_up) {
+    csi_lab::core_service last(journal, "127.0.0.3");
+    last.stop();
+    settings["routing"] += ",102:127.0.0.2:wlan1:0A0000000102,103:127.0.0.3:wlan2:0A0000000103";
+    captured_output output;
+    running_client run(settings);
+    const auto pings = [&] { return journal.count("daemon", "core 127.0.0.1"); };
+    ASSERT_TRUE(wait_until([&] { return pings() >= 5; })); // the first answers, and it waits on
+    run.signal(SIGINT);
+    const std::size_t before = pings();
+    ASSERT_TRUE(wait_until([&] { return pings() >= before + 3; })) << "SIGINT ended the wait";
+    last.start(); // the one between stays away, and nobody minds
+    EXPECT_TRUE(sees_attaches(1));
+    run.signal(SIGHUP);
+    run.join();
+    const texts lines = output.lines();
+    EXPECT_EQ(count_line(lines, "received hangup signal "), 1U);
+    EXPECT_EQ(count_line(lines, "Error connecting to core service"), 0U);
+}
+
+TEST_F(client, a_signal_ends_the_wait_for_core_services) {
+    core.stop();
+    captured_output output;
+    running_client run(settings);
+    run.signal(SIGTERM);
+    run.join();
+    const texts lines = output.lines();
+    EXPECT_EQ(count_line(lines, "Error connecting to core service"), 1U);
+    EXPECT_GE(count_line(lines, R"(127.0.0.1: failed to send {"ping":null})"), 1U);
+}
+
+TEST_F(client, attaches_with_what_the_last_access_point_tells) {
+    csi_lab::interface_facts other{3, 2, "ath9k", "", "ap", "other"};
+    csi_lab::interface_facts unknown;
+    unknown.iftype = "";
+    core.set_facts("wlan0", unknown); // skipped
+    core.set_facts("wlan1", {0, 4, "qcawifi", "", "ap", "net"});
+    core.set_facts("wlan2", other); // not the first of its Zorvin
+    settings["routing"] = "101:127.0.0.1:wlan0:0A0000000101,102:127.0.0.1:wlan1:0A0000000102,"
+                          "103:127.0.0.1:wlan2:0A0000000103";
+    settings["csi_file"] = "/tmp/csi";
+    core.answer_with([](const std::string& request) -> std::optional<texts> {
+        const bool saves = request.find("save_csi") != std::string::npos;
+        return saves ? std::optional<texts>({R"({"success":1})"}) : std::nullopt;
+    });
+    captured_output output;
+    {
+        running_client run(settings);
+        ASSERT_TRUE(sees_attaches(1));
+        ASSERT_TRUE(sees_reply(R"({"cmd":"associate","success":true})"));
+    }
+    const csi_lab::http_request attach = server.requests().front();
+    EXPECT_EQ(attach.path, "/v2/zorvins/attach");
+    EXPECT_EQ(attach.header("Host"), "localhost:" + std::to_string(server.port()));
+    EXPECT_EQ(attach.body,
+              R"({"type":"zorvin","driver":"ath10k","zorvin":9001,"ssid":"net","join":true,)"
+              R"("chains":4,"bot_info":[],"version":"v9",)"
+              R"("localCalculationSupport":{"motion2":1,"breathing2":1,"guard":1}})");
+    texts asked;
+    for (const csi_lab::message& message : journal.select("daemon", "core 127.0.0.1")) {
+        asked.push_back(message.text);
+    }
+    EXPECT_EQ(count_line(asked, R"({"cmd":"save_csi","enable":true,"filename":"/tmp/csi"})"), 1U);
+    EXPECT_EQ(asked.back(), R"({"cmd":"del_interface","ifname":"wlan2"})");
+    const texts lines = output.lines();
+    EXPECT_EQ(count_line(lines, "Save CSI error for zorvin at 127.0.0.1"), 1U);
+    EXPECT_EQ(
+        count_line(lines, "Connected to REST server at localhost:" + std::to_string(server.port())),
+        1U);
+    EXPECT_EQ(count_line(lines, R"([ localhost ] <-- {"cmd":"associate","success":true})"), 1U);
+}
+
+TEST_F(client, version_three_attaches_at_the_message_url) {
+    settings["api"] = "v3";
+    settings["fusion"] = "yes";
+    settings["http_port"] = "0"; // replaced below, once the server of that version is there
+    csi_lab::rest_server_options options;
+    options.api = "v3";
+    csi_lab::rest_server third(journal, options);
+    settings["http_port"] = std::to_string(third.port()) + " and more";
+    captured_output output;
+    running_client run(settings);
+    ASSERT_TRUE(third.wait_for([](const auto& requests) { return requests.size() > 2; }, bound));
+    const csi_lab::http_request attach = third.requests().front();
+    EXPECT_EQ(attach.path, "/v3/zorvins/9001/msg");
+    EXPECT_NE(attach.body.find(R"("driver":"ath10k","request":"zorvinAttach","zorvin":9001,)"),
+              std::string::npos);
+    EXPECT_NE(attach.body.find(R"("guard":1,"cpd":1,"softSecurity":1}})"), std::string::npos);
+    EXPECT_EQ(third.requests()[1].path, "/v3/zorvins/9001/msg");
+}
+
+TEST_F(client, drains_the_queue_in_one_poll_and_loses_the_session_when_told) {
+    settings["server"] = "127.0.0.1";
+    captured_output output;
+    running_client run(settings);
+    ASSERT_TRUE(sees_attaches(1));
+    server.queue(R"({"cmd":"poll_interval","interval":60})");
+    server.queue("rubbish");
+    server.queue(R"({"cmd":"associate","n":3})");
+    ASSERT_TRUE(sees_reply(R"({"cmd":"associate","n":3,"success":true})"));
+    const std::size_t gets = server.gets();
+    ASSERT_TRUE(wait_until([&] { return server.gets() > gets + 3; }));
+
+    // GET and POST by turns while there are commands: a poll of its own takes 60 ms and more.
+    std::vector<csi_lab::http_request> requests = server.requests();
+    const auto last = std::find_if(requests.begin(), requests.end(), [](const auto& request) {
+        return request.body.find(R"("n":3)") != std::string::npos;
+    });
+    ASSERT_GE(last - requests.begin(), 6);
+    std::string methods;
+    for (auto at = last - 5; at <= last; ++at) {
+        methods += at->method + " ";
+    }
+    EXPECT_EQ(methods, "GET POST GET POST GET POST ");
+    EXPECT_EQ((last - 2)->body, R"({"success":false,"reason":"Object error"})");
+    EXPECT_LT(last->when - (last - 5)->when, 100ms);
+
+    const stopwatch watch;
+    server.queue(R"({"cmd":"disconnect"})");
+    ASSERT_TRUE(sees_attaches(2));
+    EXPECT_GE(watch.elapsed(), 1200ms); // 20 poll intervals
+    EXPECT_LT(watch.elapsed(), 2s);
+    run.signal(SIGTERM);
+    run.join();
+    const std::string port = std::to_string(server.port());
+    const texts lines = output.lines();
+    EXPECT_EQ(count_line(lines, "Disconnected from REST server at 127.0.0.1:" + port), 1U);
+    EXPECT_EQ(count_line(lines, "Connected to REST server at 127.0.0.1:" + port), 2U);
+}
+
+TEST_F(client, attaches_again_after_an_outage_and_not_without_an_answer) {
+    server.set_attach_answer("");
+    captured_output output;
+    running_client run(settings);
+    ASSERT_TRUE(sees_attaches(2)); // an empty answer is no connection, and no line
+    server.set_attach_answer(R"({"cmd":"disconnect"})");
+    ASSERT_TRUE(sees_attaches(3));
+    server.set_attach_answer(R"({"cmd":"scan"})"); // an answer that needs no reply is one
+    ASSERT_TRUE(wait_until([&] { return server.gets() > 0; }));
+    EXPECT_EQ(server.posts(), server.attaches());
+    server.stop();
+    ASSERT_TRUE(wait_until([&] { return !server.running(); }));
+    std::this_thread::sleep_for(2500ms); // an outage of more than one attempt
+    server.start();
+    const std::size_t attaches = server.attaches();
+    ASSERT_TRUE(wait_until([&] { return server.attaches() > attaches; }));
+    run.signal(SIGTERM);
+    run.join();
+    std::size_t failures = 0;
+    for (const std::string& line : output.lines()) {
+        failures += line.rfind("request to http://localhost:/v2/", 0) == 0 ? 1U : 0U;
+    }
+    EXPECT_EQ(failures, 1U);
+}
