@@ -1,113 +1,12 @@
 // The HTTP transport and the client's life in this process, against the lab's peers on real
 // sockets.
-#include <csignal>
-#include <memory>
-
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
-#include "client/zorvin_client.h"
 #include "http/http_client.h"
-#include "lab/core_service.h"
-#include "lab/rest_server.h"
-#include "support/fixtures.h"
+#include "support/client_fixture.h"
 
 using namespace csi_receiver;
 using namespace std::chrono_literals;
-using texts = std::vector<std::string>;
-
-namespace {
-
-constexpr auto bound = 20s;
-
-/// A client that runs on a thread, and the signals that it reads.
-class running_client {
-public:
-    explicit running_client(configuration settings)
-        : settings_(std::move(settings)) {
-        EXPECT_EQ(pipe2(signals_, O_NONBLOCK | O_CLOEXEC), 0);
-        thread_ = std::thread([this] {
-            zorvin_client client(signals_[0], settings_);
-            client.run();
-            returned_ = true;
-        });
-    }
-    ~running_client() {
-        signal(SIGTERM);
-        join();
-        close(signals_[0]);
-        close(signals_[1]);
-    }
-    running_client(const running_client&) = delete;
-    running_client& operator=(const running_client&) = delete;
-
-    void signal(int number) {
-        signalfd_siginfo record{};
-        record.ssi_signo = static_cast<std::uint32_t>(number);
-        EXPECT_EQ(write(signals_[1], &record, sizeof record), 128);
-    }
-    void join() {
-        if (thread_.joinable()) {
-            thread_.join();
-        }
-    }
-    [[nodiscard]] bool returned() const { return returned_; }
-
-private:
-    configuration settings_;
-    int signals_[2] = {-1, -1};
-    std::atomic<bool> returned_{false};
-    std::thread thread_;
-};
-
-struct client : testing::Test {
-    client() { settings["http_port"] = std::to_string(server.port()); }
-
-    /// The lines that the client logs until it returns by itself.
-    texts lines_of_failed_start() {
-        captured_output output;
-        running_client(settings).join();
-        texts lines = output.lines();
-        EXPECT_EQ(lines.front(), "ZW device module version: v9");
-        EXPECT_EQ(lines.back(), "Stopping the Zorvin client");
-        return {lines.begin() + 1, lines.end() - 1};
-    }
-    [[nodiscard]] bool sees_attaches(std::size_t count) {
-        return server.wait_for(
-            [&](const auto& requests) {
-                return std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-                           return request.body.find("localCalculation") != std::string::npos;
-                       }) >= static_cast<std::ptrdiff_t>(count);
-            },
-            bound);
-    }
-    [[nodiscard]] bool sees_reply(const std::string& text) {
-        return server.wait_for(
-            [&](const auto& requests) {
-                return std::any_of(requests.begin(), requests.end(), [&](const auto& request) {
-                    return request.method == "POST" && request.body == text;
-                });
-            },
-            bound);
-    }
-
-    csi_lab::journal journal;
-    csi_lab::rest_server server{journal};
-    csi_lab::core_service core{journal, "127.0.0.1"};
-    configuration settings{{"zorvin_uuid", "0x2329"},
-                           {"version", "v9"},
-                           {"routing", "101:127.0.0.1:wlan0:0A0000000101"},
-                           {"server", "localhost"},
-                           {"log", "no"}};
-};
-
-std::size_t count_line(const texts& lines, const std::string& line) {
-    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
-}
-
-} // namespace
 
 TEST(http_client, outages_are_logged_once_and_bodies_come_whole) {
     csi_lab::journal journal;

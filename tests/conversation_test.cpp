@@ -11,6 +11,7 @@
 
 #include "client/zorvin_client.h"
 #include "lab/core_service.h"
+#include "lab/fusion_daemon.h"
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
@@ -51,8 +52,7 @@ public:
             return;
         }
         for (const json::value& ask : asks->GetArray()) {
-            const std::string peer = "core " + std::string(ask["core"].GetString());
-            expected_.push_back(peer + " " + text_of(ask["request"]));
+            expected_.push_back(text_of(ask["to"]) + " " + text_of(ask["request"]));
             answers_.push_back(text_of(ask["answer"]));
         }
     }
@@ -98,8 +98,10 @@ protected:
         }
     }
 
-    void add_core_services(const std::string& routing) {
+    void add_peers(const std::string& routing) {
         client->routing().add_routing(routing);
+        fusion.answer_with(
+            [this](const std::string& request) { return script.hear("fusion", request); });
         for (const zorvin_entry& zorvin : client->routing().zorvins()) {
             services.push_back(std::make_unique<csi_lab::core_service>(journal, zorvin.address));
             services.back()->answer_with(
@@ -114,13 +116,14 @@ protected:
     std::unique_ptr<zorvin_client> client = std::make_unique<zorvin_client>(-1, settings);
     peer_script script;
     csi_lab::journal journal;
+    csi_lab::fusion_daemon fusion{journal};
     std::vector<std::unique_ptr<csi_lab::core_service>> services;
 };
 
 TEST_P(conversation, goes_as_written) {
     const json::document vector = read_vector(GetParam());
     ASSERT_TRUE(vector.IsObject()) << GetParam() << " is no JSON object";
-    add_core_services(vector["routing"].GetString());
+    add_peers(vector["routing"].GetString());
     for (const json::value& step : vector["steps"].GetArray()) {
         play(step);
     }

@@ -58,7 +58,8 @@ bool zorvin_client::parse_msg(const std::string& text, std::string& reply) {
     identifiers_to_text(message, message.GetAllocator());
     bot_record* const bot = select_bot(message);
     if (json::find_string(message, "engineType")) {
-        reply = write_failure("Engine object error");
+        std::optional<json::document> answer = carry_out_engine_command(text, message, bot);
+        reply = answer ? write_reply(*answer) : write_failure("Engine object error");
         return true;
     }
     const outcome result = carry_out_command(message, bot);
@@ -124,7 +125,7 @@ zorvin_client::outcome zorvin_client::set_rate(json::document& message, bot_reco
     const std::optional<std::int32_t> rate = json::find_int(message, "rate");
     if (!rate) {
         // A question for the rate, answered with "success": false: servers look at the rate alone.
-        json::set(message, "rate", json::value(sounding_rate_), message.GetAllocator());
+        json::set(message, "rate", json::value(sounding_rate_.load()), message.GetAllocator());
     } else if (*rate < 1) {
         give_reason(message, "Value error");
     } else {
@@ -136,7 +137,10 @@ zorvin_client::outcome zorvin_client::set_rate(json::document& message, bot_reco
 
 zorvin_client::outcome zorvin_client::request_scan(json::document& /*message*/,
                                                    bot_record* /*bot*/) {
-    reported_list_.clear();
+    {
+        const std::lock_guard<std::mutex> lock(lists_mutex_);
+        reported_list_.clear();
+    }
     scan_request_ = true;
     return outcome::no_reply;
 }

@@ -24,27 +24,23 @@ bool zorvin_client::build_message_url() {
         log_prefix() << "API version unsupported";
         return false;
     }
+    is_v3_ = api == "v3";
     // The empty port is meant: servers' logs and proxies know these URLs, and the port goes to the
     // transport by itself.
-    message_url_ = "http://" + get(settings_, "server") + ":/" + api + "/zorvins/" + uuid_ + "/msg";
+    message_url_ = "http://" + server_ + ":/" + api + "/zorvins/" + uuid_ + "/msg";
     return true;
 }
 
-bool zorvin_client::is_v3() {
-    return get(settings_, "api") == "v3";
+std::string zorvin_client::server_and_port() const {
+    return server_ + ":" + std::to_string(http_.port());
 }
 
-std::string zorvin_client::server_and_port() {
-    return get(settings_, "server") + ":" + std::to_string(http_.port());
-}
-
-void zorvin_client::log_sent(const std::string& text) {
-    log_prefix() << "[ " << get(settings_, "server") << " ] <-- " << text;
+void zorvin_client::log_sent(const std::string& text) const {
+    log_prefix() << "[ " << server_ << " ] <-- " << text;
 }
 
 bool zorvin_client::connect() {
-    const std::string url =
-        is_v3() ? message_url_ : "http://" + get(settings_, "server") + ":/v2/zorvins/attach";
+    const std::string url = is_v3_ ? message_url_ : "http://" + server_ + ":/v2/zorvins/attach";
     const std::string body = http_.post_json(url, build_attach(), curl_http::when_ending::drop);
     if (!http_.connected() || body.empty()) {
         return false;
@@ -92,7 +88,7 @@ void zorvin_client::send(const std::string& text) {
 void zorvin_client::send_status() {
     json::document message(rapidjson::kObjectType);
     json::allocator& memory = message.GetAllocator();
-    if (is_v3()) {
+    if (is_v3_) {
         json::set(message, "request", "zorvinMsg", memory);
         json::set(message, "zorvin", uuid_, memory);
     }
@@ -107,7 +103,7 @@ std::string zorvin_client::build_attach() {
     json::set(message, "type", "zorvin", memory);
     // Servers know this radio by the name of its other driver.
     json::set(message, "driver", driver_name_ == "qcawifi" ? "ath10k" : driver_name_, memory);
-    if (is_v3()) {
+    if (is_v3_) {
         json::set(message, "request", "zorvinAttach", memory);
     }
     json::set(message, "zorvin", uuid_, memory);
@@ -131,6 +127,7 @@ std::string zorvin_client::build_attach() {
 
 json::value zorvin_client::build_bot_info(json::allocator& memory) {
     json::value info(rapidjson::kArrayType);
+    const std::lock_guard<std::mutex> lock(lists_mutex_);
     reported_list_.clear();
     const std::unordered_set<std::string> found(scan_list_.begin(), scan_list_.end());
     for (const bot_record& bot : routing_.bots()) {

@@ -32,19 +32,24 @@ std::uint32_t parse_port(const std::string& text) {
 
 } // namespace
 
-zorvin_client::zorvin_client(int signal_descriptor, configuration& settings)
+zorvin_client::zorvin_client(int signal_descriptor, configuration& settings, int scan_period_ms)
     : http_(default_http_port)
     , settings_(settings)
+    , scan_timer_(
+          scan_period_ms, [this] { return scan_check(); }, 0)
+    , server_(has_key(settings, "server") ? get(settings, "server") : "")
     , signal_descriptor_(signal_descriptor)
     , fusion_(has_key(settings, "fusion") && get(settings, "fusion") == "yes") {
     if (has_key(settings_, "http_port")) {
         http_.set_port(parse_port(get(settings_, "http_port")));
     }
-    http_.set_ending_test([this] { return stop_ || termination_pending(); });
+    http_.set_ending_test([this] { return is_ending(); });
 }
 
 zorvin_client::~zorvin_client() {
+    stop_ = true; // a scan in progress sends nothing new
     log_prefix() << "Stopping the Zorvin client";
+    scan_timer_.finish();
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
         for (const std::string& ifname : zorvin.interfaces) {
             core_del_interface(zorvin.address, ifname);
@@ -197,9 +202,11 @@ void zorvin_client::serve_flags(loop_times& times, std::chrono::nanoseconds now)
         scan_request_ = true;
         quiet_ = true;
     }
-    if (status_update_) {
+    // One of the two a turn. The flag falls first: what raises it meanwhile must not be lost.
+    if (status_update_.exchange(false)) {
         send_status();
-        status_update_ = false;
+    } else if (scan_request_.exchange(false)) {
+        scan_start();
     }
 }
 

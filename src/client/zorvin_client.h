@@ -3,7 +3,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +16,7 @@
 #include "http/http_client.h"
 #include "platform/json.h"
 #include "platform/poll_set.h"
+#include "platform/timer.h"
 
 namespace csi_receiver {
 
@@ -25,10 +29,16 @@ public:
     /// The rate of sounding until the server sets another one.
     static constexpr std::int32_t default_sounding_rate = 10;
 
-    /// Borrows both for its life. Throws when the system refuses a resource.
-    zorvin_client(int signal_descriptor, configuration& settings);
+    /// How long a scan waits from one look at the Bots to the next.
+    static constexpr int default_scan_period_ms = 1000;
 
-    /// Gives the interfaces back to the core services: at most 4 s for each.
+    /// Borrows both for its life. Throws when the system refuses a resource.
+    zorvin_client(int signal_descriptor, configuration& settings,
+                  int scan_period_ms = default_scan_period_ms);
+
+    /// Ends a scan, which waits for the one exchange that it may have in flight (at most 4 s with a
+    /// core service, 20 s with the server), and gives the interfaces back to the core services, at
+    /// most 4 s for each.
     ~zorvin_client();
     zorvin_client(const zorvin_client&) = delete;
     zorvin_client& operator=(const zorvin_client&) = delete;
@@ -44,7 +54,7 @@ public:
     /// Carries out the server's commands until it has none; false when the session is lost.
     bool poll(const std::string& url);
 
-    /// Sends an unsolicited message, whose answer is ignored.
+    /// Sends an unsolicited message, whose answer is ignored. Any thread.
     void send(const std::string& text);
 
     /// Tells the server which Bots were found.
@@ -55,6 +65,13 @@ public:
     /// Carries out one message of the server's. `reply` is what to answer, if anything. False when
     /// the server asks to disconnect.
     bool parse_msg(const std::string& text, std::string& reply);
+
+    /// Begins a station scan, unless one is in progress: all Bots that do not sound are made to.
+    void scan_start();
+
+    /// One look at which Bots the core services see; false when the scan has ended. Called by the
+    /// scan timer on threads of the system's, one at a time.
+    bool scan_check();
 
     /// Filled by run.
     [[nodiscard]] routing_table& routing() { return routing_; }
@@ -90,13 +107,11 @@ private:
     // session: session.cpp
     bool build_message_url();
     [[nodiscard]] json::value build_bot_info(json::allocator& memory);
-    void log_sent(const std::string& text);
-    [[nodiscard]] std::string server_and_port();
-    [[nodiscard]] bool is_v3();
+    void log_sent(const std::string& text) const;
+    [[nodiscard]] std::string server_and_port() const;
 
     // dispatch: dispatch.cpp
     [[nodiscard]] bot_record* select_bot(json::document& message);
-    [[nodiscard]] std::string answer_engine_command();
     outcome carry_out_command(json::document& message, bot_record* bot);
     outcome start_bot(json::document& message, bot_record* bot);
     outcome stop_bot(json::document& message, bot_record* bot);
@@ -108,16 +123,42 @@ private:
     outcome disconnect(json::document& message, bot_record* bot);
     outcome tell_version(json::document& message, bot_record* bot);
 
-    std::int32_t sounding_rate_ = default_sounding_rate;
+    // engine commands: engines.cpp
+    [[nodiscard]] std::optional<json::document>
+    carry_out_engine_command(const std::string& text, json::document& message, bot_record* bot);
+    [[nodiscard]] std::vector<bot_record*> find_targets(json::document& message, bot_record* bot);
+    void start_engine(const std::string& engine, const std::vector<bot_record*>& targets);
+    void stop_engine(const std::string& engine, const std::vector<bot_record*>& targets);
+    json::document ask_fusion(const std::string& text, json::document& message,
+                              const bot_record* bot, const std::vector<bot_record*>& targets);
+    json::document ask_local_engine(const std::string& text, const json::document& message,
+                                    const std::vector<bot_record*>& targets);
+
+    // scan: scan.cpp; all but is_ending belong to scan_check and its thread
+    [[nodiscard]] bool is_ending() const;
+    void look_for_bots(const zorvin_entry& zorvin);
+    void end_scan();
+    void stop_temporary_sounding(bot_record& bot);
+    [[nodiscard]] std::size_t scan_list_size();
+    [[nodiscard]] std::string build_scan_report();
+
+    // Members that do not say otherwise are the main thread's, or do not change after start-up.
+    std::atomic<std::int32_t> sounding_rate_{default_sounding_rate}; // scan_check reads it
     std::atomic<bool> status_update_{false};
-    curl_http::http_client http_;
+    curl_http::http_client http_; // any thread
     configuration& settings_;
     std::atomic<bool> scan_request_{false};
     std::atomic<bool> quiet_{false};
+    std::atomic<bool> scan_in_progress_{false};
+    int scan_countdown_ = 0;                 // scan_check's while a scan is in progress
+    std::mutex lists_mutex_;                 // for the two lists; never held across a request
     std::vector<std::string> scan_list_;     // uuids found by the latest scan, in that order
     std::vector<std::string> reported_list_; // uuids last put into a "bot_info"
-    routing_table routing_;
+    routing_table routing_;                  // the Bots' flags: any thread
+    threading::timer scan_timer_;
     std::atomic<bool> stop_{false};
+    std::string server_;
+    bool is_v3_ = false;
     std::string message_url_;
     std::string uuid_;
     int signal_descriptor_;

@@ -1,11 +1,29 @@
-/// What the commands to a core service share: how a request begins and how a reply tells success.
+/// What requests to the local daemons share: the exchange, how a reply is taken, how a command to a
+/// core service begins and how its reply tells success.
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/json.h"
 
 namespace csi_receiver {
+
+/// How long each attempt waits for a reply, in ms.
+using attempt_timeouts = std::array<int, 2>;
+
+/// Sends the text as one datagram, and once more when no reply comes, from a fresh port. Nothing
+/// when there is no socket to the address; an empty reply when none came. A reply that comes late
+/// is taken for the second attempt's: both carry the same request.
+[[nodiscard]] std::optional<std::string> ask(const std::string& address, std::uint16_t port,
+                                             const std::string& text,
+                                             const attempt_timeouts& timeouts_ms);
+
+/// Parses a reply; one that is no object is logged.
+[[nodiscard]] json::document parse_reply(const std::string& reply);
 
 /// {"cmd": command}, for more members to follow.
 [[nodiscard]] json::document make_request(std::string_view command);

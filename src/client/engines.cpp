@@ -1,0 +1,151 @@
+// Engine commands: they are not answered here, but forwarded to the engine that they name.
+#include "client/zorvin_client.h"
+
+#include <algorithm>
+
+#include "client/fusion.h"
+#include "client/identifiers.h"
+#include "core/bot_commands.h"
+#include "core/core_request.h"
+#include "daemon/log.h"
+
+namespace csi_receiver {
+namespace {
+
+/// The engines of the fusion daemon, whether or not the server was offered them.
+bool is_fusion_engine(const std::string& engine) {
+    return engine == "cpd" || engine == "softSecurity";
+}
+
+json::value* find_array(json::value& object, std::string_view name) {
+    json::value* const found = json::find(object, name);
+    return found != nullptr && found->IsArray() ? found : nullptr;
+}
+
+json::value bot_ref(const bot_record& bot, json::allocator& memory) {
+    return make_bot_ref(bot.zorvin.address, bot.uuid, memory);
+}
+
+/// Turns the Bot objects of the fusion daemon's reply back into the uuids that the server knows.
+void flatten_bots(json::document& reply) {
+    json::allocator& memory = reply.GetAllocator();
+    const auto uuid_of = [](const json::value& bot) {
+        return bot.IsObject() ? json::find_string(bot, "uuid") : std::nullopt;
+    };
+    json::value* const bot = json::find(reply, "bot");
+    if (bot != nullptr && uuid_of(*bot)) {
+        *bot = json::make_string(*uuid_of(*bot), memory);
+    }
+    if (json::value* const bots = find_array(reply, "bots")) {
+        json::value uuids(rapidjson::kArrayType);
+        for (const json::value& element : bots->GetArray()) {
+            if (uuid_of(element)) {
+                uuids.PushBack(json::make_string(*uuid_of(element), memory), memory);
+            }
+        }
+        *bots = uuids;
+    }
+}
+
+} // namespace
+
+std::optional<json::document> zorvin_client::carry_out_engine_command(const std::string& text,
+                                                                      json::document& message,
+                                                                      bot_record* bot) {
+    const std::string engine(json::find_string(message, "engineType").value_or(""));
+    const std::string word(json::find_string(message, "cmd").value_or(""));
+    const std::vector<bot_record*> targets = find_targets(message, bot);
+    // What the engine answers changes nothing about the Bots: they sound before it starts, and it
+    // has let go of them before they stop.
+    if (word == "start") {
+        start_engine(engine, targets);
+    }
+    json::document reply = is_fusion_engine(engine) ? ask_fusion(text, message, bot, targets)
+                                                    : ask_local_engine(text, message, targets);
+    if (word == "stop") {
+        stop_engine(engine, targets);
+    }
+    if (!reply.IsObject()) {
+        return std::nullopt;
+    }
+    if (json::find_string(reply, "ifname")) {
+        reply.EraseMember("ifname"); // keeps the order of the others
+    }
+    return reply;
+}
+
+std::vector<bot_record*> zorvin_client::find_targets(json::document& message, bot_record* bot) {
+    if (bot != nullptr) {
+        return {bot};
+    }
+    std::vector<bot_record*> targets;
+    if (const json::value* const bots = find_array(message, "bots")) {
+        for (const json::value& element : bots->GetArray()) {
+            const auto known = element.IsString() ? routing_.find_bot_by_uuid(element.GetString())
+                                                  : routing_.bots().end();
+            if (known != routing_.bots().end()) {
+                targets.push_back(&*known);
+            }
+        }
+    }
+    return targets;
+}
+
+void zorvin_client::start_engine(const std::string& engine,
+                                 const std::vector<bot_record*>& targets) {
+    for (bot_record* const bot : targets) {
+        start_sounding(*bot, static_cast<std::uint32_t>(sounding_rate_));
+        std::vector<std::string>& engines = bot->engines;
+        const bool runs = std::find(engines.begin(), engines.end(), engine) != engines.end();
+        if (!runs) {
+            engines.push_back(engine);
+        }
+        log_prefix() << (runs ? "restarting bot " : "starting bot ") << bot->uuid << " for "
+                     << engine << " engine";
+    }
+}
+
+void zorvin_client::stop_engine(const std::string& engine,
+                                const std::vector<bot_record*>& targets) {
+    for (bot_record* const bot : targets) {
+        std::vector<std::string>& engines = bot->engines;
+        engines.erase(std::remove(engines.begin(), engines.end(), engine), engines.end());
+        if (engines.empty()) {
+            stop_sounding(*bot);
+            log_prefix() << "engine list for bot " << bot->uuid << " empty, stopping bot";
+        }
+    }
+}
+
+json::document zorvin_client::ask_fusion(const std::string& text, json::document& message,
+                                         const bot_record* bot,
+                                         const std::vector<bot_record*>& targets) {
+    log_prefix() << "--> to fusion engine --> " << text;
+    json::allocator& memory = message.GetAllocator();
+    if (bot != nullptr) {
+        json::set(message, "bot", bot_ref(*bot, memory), memory);
+    } else if (json::value* const bots = find_array(message, "bots")) {
+        bots->SetArray();
+        for (const bot_record* const target : targets) {
+            bots->PushBack(bot_ref(*target, memory), memory);
+        }
+    }
+    json::document reply = fusion_request(message);
+    if (reply.IsObject()) {
+        flatten_bots(reply);
+    }
+    return reply;
+}
+
+json::document zorvin_client::ask_local_engine(const std::string& text,
+                                               const json::document& message,
+                                               const std::vector<bot_record*>& targets) {
+    if (targets.empty()) {
+        return {}; // nobody knows where that engine would be
+    }
+    const std::string& address = targets.front()->zorvin.address;
+    log_prefix() << "--> to local engine at " << address << " --> " << text;
+    return core_request(address, message);
+}
+
+} // namespace csi_receiver

@@ -1,0 +1,108 @@
+/// A client that runs in this process, and the lab's peers around it.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "client/zorvin_client.h"
+#include "lab/core_service.h"
+#include "lab/rest_server.h"
+#include "support/fixtures.h"
+
+constexpr std::chrono::seconds bound{20};
+
+using texts = std::vector<std::string>;
+
+/// A client that runs on a thread, and the signals that it reads.
+class running_client {
+public:
+    explicit running_client(
+        csi_receiver::configuration settings,
+        int scan_period_ms = csi_receiver::zorvin_client::default_scan_period_ms)
+        : settings_(std::move(settings)) {
+        EXPECT_EQ(pipe2(signals_, O_NONBLOCK | O_CLOEXEC), 0);
+        thread_ = std::thread([this, scan_period_ms] {
+            csi_receiver::zorvin_client client(signals_[0], settings_, scan_period_ms);
+            client.run();
+        });
+    }
+    ~running_client() {
+        signal(SIGTERM);
+        join();
+        close(signals_[0]);
+        close(signals_[1]);
+    }
+    running_client(const running_client&) = delete;
+    running_client& operator=(const running_client&) = delete;
+
+    void signal(int number) {
+        signalfd_siginfo record{};
+        record.ssi_signo = static_cast<std::uint32_t>(number);
+        EXPECT_EQ(write(signals_[1], &record, sizeof record), 128);
+    }
+    void join() {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+
+private:
+    csi_receiver::configuration settings_;
+    int signals_[2] = {-1, -1};
+    std::thread thread_;
+};
+
+struct client : testing::Test {
+    client() { settings["http_port"] = std::to_string(server.port()); }
+
+    /// The lines that the client logs until it returns by itself.
+    texts lines_of_failed_start() {
+        captured_output output;
+        running_client(settings).join();
+        texts lines = output.lines();
+        EXPECT_EQ(lines.front(), "ZW device module version: v9");
+        EXPECT_EQ(lines.back(), "Stopping the Zorvin client");
+        return {lines.begin() + 1, lines.end() - 1};
+    }
+    [[nodiscard]] bool sees_attaches(std::size_t count) {
+        return server.wait_for(
+            [&](const auto& requests) {
+                return std::count_if(requests.begin(), requests.end(), [](const auto& request) {
+                           return request.body.find("localCalculation") != std::string::npos;
+                       }) >= static_cast<std::ptrdiff_t>(count);
+            },
+            bound);
+    }
+    [[nodiscard]] bool sees_reply(const std::string& text) {
+        return server.wait_for(
+            [&](const auto& requests) {
+                return std::any_of(requests.begin(), requests.end(), [&](const auto& request) {
+                    return request.method == "POST" && request.body == text;
+                });
+            },
+            bound);
+    }
+
+    csi_lab::journal journal;
+    csi_lab::rest_server server{journal};
+    csi_lab::core_service core{journal, "127.0.0.1"};
+    csi_receiver::configuration settings{{"zorvin_uuid", "0x2329"},
+                                         {"version", "v9"},
+                                         {"routing", "101:127.0.0.1:wlan0:0A0000000101"},
+                                         {"server", "localhost"},
+                                         {"log", "no"}};
+};
+
+inline std::size_t count_line(const texts& lines, const std::string& line) {
+    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+}
