@@ -22,6 +22,7 @@ struct arguments {
     csi_lab::installation_options lab;
     unsigned delay = 0;
     unsigned appear_after = 1500;
+    unsigned vanish_after = 3000;
     std::string color = "auto";
     bool print_config = false;
 };
@@ -59,8 +60,15 @@ void add_fault_options(CLI::App& app, arguments& to) {
         ->check(CLI::Range(0, 600'000));
     app.add_flag("--duplicate", to.lab.duplicate, "Answer UDP requests twice");
     app.add_option("--seed", to.lab.seed, "Of the losses")->capture_default_str();
+}
+
+void add_radio_options(CLI::App& app, arguments& to) {
     app.add_option("--appear-after", to.appear_after,
                    "Milliseconds of sounding until a Bot is heard")
+        ->check(CLI::Range(0, 600'000))
+        ->capture_default_str();
+    app.add_option("--vanish-after", to.vanish_after,
+                   "Milliseconds without sounding until it is not heard any more")
         ->check(CLI::Range(0, 600'000))
         ->capture_default_str();
 }
@@ -141,12 +149,14 @@ int main(int count, char** values) {
     arguments given;
     add_size_options(app, given);
     add_fault_options(app, given);
+    add_radio_options(app, given);
     add_output_options(app, given);
     try {
         app.parse(count, values);
         check(given);
         given.lab.delay = std::chrono::milliseconds(given.delay);
         given.lab.times.appear_after = std::chrono::milliseconds(given.appear_after);
+        given.lab.times.vanish_after = std::chrono::milliseconds(given.vanish_after);
         return run(given);
     } catch (const CLI::CallForHelp& wanted) {
         return app.exit(wanted);

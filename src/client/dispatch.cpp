@@ -58,8 +58,8 @@ bool zorvin_client::parse_msg(const std::string& text, std::string& reply) {
     identifiers_to_text(message, message.GetAllocator());
     bot_record* const bot = select_bot(message);
     if (json::find_string(message, "engineType")) {
-        std::optional<json::document> answer = carry_out_engine_command(text, message, bot);
-        reply = answer ? write_reply(*answer) : write_failure("Engine object error");
+        json::document answer = carry_out_engine_command(text, message, bot);
+        reply = answer.IsObject() ? write_reply(answer) : write_failure("Engine object error");
         return true;
     }
     const outcome result = carry_out_command(message, bot);

@@ -49,9 +49,8 @@ void flatten_bots(json::document& reply) {
 
 } // namespace
 
-std::optional<json::document> zorvin_client::carry_out_engine_command(const std::string& text,
-                                                                      json::document& message,
-                                                                      bot_record* bot) {
+json::document zorvin_client::carry_out_engine_command(const std::string& text,
+                                                       json::document& message, bot_record* bot) {
     const std::string engine(json::find_string(message, "engineType").value_or(""));
     const std::string word(json::find_string(message, "cmd").value_or(""));
     const std::vector<bot_record*> targets = find_targets(message, bot);
@@ -65,10 +64,7 @@ std::optional<json::document> zorvin_client::carry_out_engine_command(const std:
     if (word == "stop") {
         stop_engine(engine, targets);
     }
-    if (!reply.IsObject()) {
-        return std::nullopt;
-    }
-    if (json::find_string(reply, "ifname")) {
+    if (reply.IsObject() && json::find_string(reply, "ifname")) {
         reply.EraseMember("ifname"); // keeps the order of the others
     }
     return reply;

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -124,8 +123,8 @@ private:
     outcome tell_version(json::document& message, bot_record* bot);
 
     // engine commands: engines.cpp
-    [[nodiscard]] std::optional<json::document>
-    carry_out_engine_command(const std::string& text, json::document& message, bot_record* bot);
+    json::document carry_out_engine_command(const std::string& text, json::document& message,
+                                            bot_record* bot);
     [[nodiscard]] std::vector<bot_record*> find_targets(json::document& message, bot_record* bot);
     void start_engine(const std::string& engine, const std::vector<bot_record*>& targets);
     void stop_engine(const std::string& engine, const std::vector<bot_record*>& targets);
