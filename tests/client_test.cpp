@@ -84,7 +84,7 @@ TEST(http_client, one_connection_one_header_and_the_last_chunk) {
 
     http.set_ending_test([] { return true; });
     EXPECT_EQ(http.get(url), "");
-    http.post_json(url, "dropped", curl_http::when_ending::drop);
+    EXPECT_FALSE(http.post_json_unless_ending(url, "left out"));
     http.post_json(url, "sent");
     EXPECT_EQ(server.requests().size(), 5U);
     EXPECT_EQ(server.requests().back().body, "sent");

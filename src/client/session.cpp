@@ -41,7 +41,7 @@ void zorvin_client::log_sent(const std::string& text) const {
 
 bool zorvin_client::connect() {
     const std::string url = is_v3_ ? message_url_ : "http://" + server_ + ":/v2/zorvins/attach";
-    const std::string body = http_.post_json(url, build_attach(), curl_http::when_ending::drop);
+    const std::string body = http_.post_json_unless_ending(url, build_attach()).value_or("");
     if (!http_.connected() || body.empty()) {
         return false;
     }
@@ -81,8 +81,9 @@ bool zorvin_client::poll(const std::string& url) {
 }
 
 void zorvin_client::send(const std::string& text) {
-    http_.post_json(message_url_, text + "\n", curl_http::when_ending::drop);
-    log_sent(text);
+    if (http_.post_json_unless_ending(message_url_, text + "\n")) {
+        log_sent(text);
+    }
 }
 
 void zorvin_client::send_status() {

@@ -53,7 +53,7 @@ public:
     /// Carries out the server's commands until it has none; false when the session is lost.
     bool poll(const std::string& url);
 
-    /// Sends an unsolicited message, whose answer is ignored. Any thread.
+    /// Sends an unsolicited message, whose answer is ignored; nothing when ending. Any thread.
     void send(const std::string& text);
 
     /// Tells the server which Bots were found.

@@ -34,23 +34,36 @@ http_client::~http_client() {
     curl_global_cleanup();
 }
 
-std::string http_client::post_json(const std::string& url, const std::string& body,
-                                   when_ending ending) {
+std::string http_client::post_json(const std::string& url, const std::string& body) {
     const std::lock_guard<std::mutex> lock(mutex_);
+    post(url, body);
+    return response_;
+}
+
+std::optional<std::string> http_client::post_json_unless_ending(const std::string& url,
+                                                                const std::string& body) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (is_ending()) {
+        return std::nullopt;
+    }
+    post(url, body);
+    return response_;
+}
+
+void http_client::post(const std::string& url, const std::string& body) {
     response_.clear();
-    if (handle_ && !is_dropped(ending)) {
+    if (handle_) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPHEADER, make_json_headers());
         curl_easy_setopt(handle_.get(), CURLOPT_POSTFIELDS, body.c_str());
         receive_into_response(post_timeout_ms);
         perform(url);
     }
-    return response_;
 }
 
 std::string http_client::get(const std::string& url) {
     const std::lock_guard<std::mutex> lock(mutex_);
     response_.clear();
-    if (handle_ && !is_dropped(when_ending::drop)) {
+    if (handle_ && !is_ending()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
         receive_into_response(get_timeout_ms);
         perform(url);
@@ -74,10 +87,6 @@ void http_client::receive_into_response(long timeout_ms) {
     curl_easy_setopt(handle_.get(), CURLOPT_TIMEOUT_MS, timeout_ms);
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEFUNCTION, &http_client::curl_callback);
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEDATA, &response_);
-}
-
-bool http_client::is_dropped(when_ending ending) const {
-    return ending == when_ending::drop && ending_test_ && ending_test_();
 }
 
 void http_client::perform(const std::string& url) {

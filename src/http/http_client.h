@@ -7,14 +7,13 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <curl/curl.h>
 
 namespace curl_http {
-
-/// Whether a request that waits for its turn is still sent when the process is about to end.
-enum class when_ending { send, drop };
 
 /// One libcurl handle and one response buffer, for all threads: a request waits until the one
 /// before it has ended. Errors are never returned: a failed request gives an empty or partial body
@@ -28,15 +27,19 @@ public:
     http_client(const http_client&) = delete;
     http_client& operator=(const http_client&) = delete;
 
-    /// Asked when a request's turn has come: when it gives true, requests that may be dropped are
-    /// not sent, and look like an empty body. To be set before other threads send.
+    /// Asked when a request's turn has come: once it gives true, requests that are no replies are
+    /// left out. To be set before other threads send.
     void set_ending_test(std::function<bool()> test) { ending_test_ = std::move(test); }
 
     /// Sends the body as JSON and returns the body of the reply. Waits at most 20 s for it.
-    std::string post_json(const std::string& url, const std::string& body,
-                          when_ending ending = when_ending::send);
+    std::string post_json(const std::string& url, const std::string& body);
 
-    /// Returns the body that is found at the URL. Waits at most 5 s for it. Dropped when ending.
+    /// The same, or nothing when the request was left out because the process is about to end.
+    std::optional<std::string> post_json_unless_ending(const std::string& url,
+                                                       const std::string& body);
+
+    /// Returns the body that is found at the URL. Waits at most 5 s for it. Left out, and empty,
+    /// when the process is about to end.
     std::string get(const std::string& url);
 
     /// Like get, but what is received goes to `sink` through the write function last set: a
@@ -58,9 +61,11 @@ private:
         void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
     };
 
+    // with the mutex held
+    void post(const std::string& url, const std::string& body);
     void receive_into_response(long timeout_ms);
     void perform(const std::string& url);
-    [[nodiscard]] bool is_dropped(when_ending ending) const;
+    [[nodiscard]] bool is_ending() const { return ending_test_ && ending_test_(); }
 
     std::string response_;
     std::uint32_t port_;

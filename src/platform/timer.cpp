@@ -60,11 +60,12 @@ private:
 };
 
 /// Some C libraries start a timer's threads with no signal blocked; none of the process's signals
-/// is for them.
+/// is for them. Only added to the mask: others run the callback on the timer's own thread, which
+/// keeps a signal of theirs blocked that would end the process.
 void block_all_signals() {
     sigset_t all;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
 }
 
 } // namespace
