@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "client/fusion.h"
 #include "core/bot_commands.h"
 #include "core/core_request.h"
 #include "core/interface_commands.h"
@@ -48,6 +49,9 @@ TEST(core_request, failures_and_their_lines) {
     EXPECT_EQ(output.lines(), replies{});
     EXPECT_TRUE(core_request(address, request).IsNull()); // nobody listens: refused, twice
     EXPECT_EQ(output.lines(), replies{R"(127.0.0.1: failed to send {"cmd":"x"})"});
+    EXPECT_TRUE(fusion_request(request).IsNull());
+    EXPECT_EQ(output.lines(), (replies{R"(failed to send to zorvin-fusion {"cmd":"x"})",
+                                       "fusion service request failed!"}));
     EXPECT_LT(watch.elapsed(), 1s);
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -147,6 +148,25 @@ TEST(log, lines_of_threads_stay_whole_while_the_log_rotates) {
     EXPECT_EQ(lines, 6000);
 }
 
+TEST(log, a_full_disk_loses_lines_and_tears_no_other) {
+    temporary_directory directory;
+    {
+        log_redirection log(directory.path, "x.log");
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit small{50, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &small);
+        print("[2] the first line, which there is room for\n");
+        print("[2] the second one, of which a part fits\n");
+        print("[2] lost\n");
+        const rlimit large{RLIM_INFINITY, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &large);
+        print("[2] the last line\n");
+    }
+    log_out.close();
+    EXPECT_EQ(directory.read("x.log"), "[2] the first line, which there is room for\n[2] th"
+                                       "\n[2] the last line\n");
+}
+
 TEST(log, a_file_that_cannot_be_opened_loses_lines_and_nothing_else) {
     captured_output console;
     {
@@ -189,6 +209,7 @@ TEST(signals, each_signal_and_its_line) {
         pthread_kill(pthread_self(), SIGHUP);
     });
     careless.join();
+    std::thread([] { EXPECT_TRUE(termination_pending()) << "on any thread"; }).join();
     EXPECT_TRUE(read_signal(fd));
     EXPECT_TRUE(read_signal(fd));
     EXPECT_FALSE(read_signal(fd));

@@ -1,5 +1,6 @@
 // The built daemon as an operator meets it: arguments, exit status, output, signals, background.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "lab/core_service.h"
 #include "lab/rest_server.h"
@@ -102,6 +103,32 @@ TEST_F(daemon_binary, logs_to_its_file_and_closes_on_standard_output) {
     const std::string text = directory.read("log/csi_receiver.log");
     EXPECT_EQ(text.rfind("ZW device module version: v", 0), 0U);
     EXPECT_TRUE(ends_with(text, "] received hangup signal \n")) << text;
+}
+
+TEST_F(daemon_binary, can_be_stopped_when_it_was_started_without_standard_input) {
+    const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+    close(STDIN_FILENO);
+    daemon_process daemon(directory, {configuration("log=no\n")});
+    dup2(kept, STDIN_FILENO);
+    close(kept);
+    ASSERT_TRUE(attached());
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST_F(daemon_binary, does_not_mind_that_nobody_reads_its_log) {
+    const std::string pipe = directory.path + "/output"; // in place of the file
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    daemon_process daemon(directory, {configuration("log=no\n")});
+    ASSERT_TRUE(attached());
+    close(reader);
+    server.queue(R"({"cmd":"associate"})"); // the first line that is not read
+    const std::size_t gets = server.gets();
+    ASSERT_TRUE(wait_until([&] { return server.gets() > gets + 10; }));
+    EXPECT_LT(daemon.cpu_ms(), 500) << "each lost line makes another one";
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0);
 }
 
 TEST_F(daemon_binary, runs_in_the_background_and_rotates_its_log) {

@@ -1,5 +1,6 @@
 #include "daemon/log.h"
 
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <mutex>
@@ -22,6 +23,7 @@ struct log_state {
     std::streambuf* own_output = nullptr; // set while the streams point at the log file
     std::streambuf* own_error = nullptr;
     std::streamoff position = 0; // bytes in the open log file
+    bool torn = false;           // its last line is incomplete: there was no room for it
 };
 
 log_state& state() {
@@ -29,10 +31,35 @@ log_state& state() {
     return only;
 }
 
-void write_locked(std::ostream& stream, std::string_view text) {
+/// Takes the SIGPIPE that writing to a pipe without reader left for this thread. Received as a
+/// signal it would be logged, and the line would leave the next one, for ever.
+void discard_broken_pipe() {
+    sigset_t broken_pipe;
+    sigemptyset(&broken_pipe);
+    sigaddset(&broken_pipe, SIGPIPE);
+    const timespec at_once{};
+    sigtimedwait(&broken_pipe, nullptr, &at_once);
+}
+
+bool write_locked(std::ostream& stream, std::string_view text) {
     stream.clear(); // a full disk loses the lines that it has no room for, not all that follow
     stream.write(text.data(), static_cast<std::streamsize>(text.size()));
     stream.flush();
+    if (!stream) {
+        discard_broken_pipe();
+    }
+    return stream.good();
+}
+
+/// To standard output, wherever that points.
+void print_locked(std::string_view text) {
+    if (state().torn && write_locked(std::cout, "\n")) {
+        ++state().position;
+    }
+    state().torn = !write_locked(std::cout, text);
+    if (!state().torn) {
+        state().position += static_cast<std::streamoff>(text.size());
+    }
 }
 
 bool exists(const std::string& path) {
@@ -42,7 +69,7 @@ bool exists(const std::string& path) {
 
 /// The stream's own descriptor cannot be had from it: it is the one above that names the same file.
 void close_log_on_exec(int same_file) {
-    constexpr int search_limit = 256;
+    constexpr int search_limit = 4096;
     struct stat wanted {};
     fstat(same_file, &wanted);
     for (int fd = 0; fd < search_limit; ++fd) {
@@ -56,13 +83,19 @@ void close_log_on_exec(int same_file) {
 
 void open_locked(const std::string& path) {
     // Created here so that nobody else may write it, whatever the process's file mask.
-    const int created = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    constexpr mode_t mode = 0644;
+    const int created = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode);
+    // Unbuffered, since every line goes out by itself: what a full disk refuses must not come
+    // later.
+    log_out.rdbuf()->pubsetbuf(nullptr, 0);
     log_out.open(path, std::ios::out | std::ios::trunc);
     if (created >= 0) {
+        fchmod(created, mode);
         close_log_on_exec(created);
         close(created);
     }
     state().position = 0;
+    state().torn = false;
 }
 
 void redirect_locked() {
@@ -73,6 +106,7 @@ void redirect_locked() {
 void give_back_locked() {
     std::cout.rdbuf(state().own_output);
     std::cerr.rdbuf(state().own_error);
+    state().torn = false;
     state().own_output = nullptr;
     state().own_error = nullptr;
 }
@@ -99,10 +133,7 @@ std::string format_log_prefix(std::time_t time) {
 
 void print(std::string_view text) {
     const std::lock_guard<std::mutex> lock(state().mutex);
-    write_locked(std::cout, text);
-    if (std::cout.good()) {
-        state().position += static_cast<std::streamoff>(text.size());
-    }
+    print_locked(text);
 }
 
 void print_to_console(std::string_view text) {
@@ -157,7 +188,7 @@ bool log_redirection::rotate_if_grown() {
         rotate(path_);
         open_locked(path_);
         redirect_locked();
-        write_locked(std::cout, format_log_prefix(std::time(nullptr)) + "log rotated\n");
+        print_locked(format_log_prefix(std::time(nullptr)) + "log rotated\n");
     }
     return true;
 }

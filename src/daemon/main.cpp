@@ -93,5 +93,6 @@ int run_daemon(const std::vector<std::string>& arguments) {
 } // namespace
 
 int main(int argc, char* argv[]) {
+    csi_receiver::fill_standard_descriptors();
     return run_daemon(std::vector<std::string>(argv, argv + argc));
 }

@@ -67,18 +67,15 @@ void close_descriptors_from(int first) {
     }
 }
 
-/// The standard descriptors must not be handed out again: the signal descriptor would become 0,
-/// which no poll set takes, and a stray message would end up in a socket.
-void open_standard_descriptors_on_nothing() {
+} // namespace
+
+void fill_standard_descriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        const int opened = open("/dev/null", O_RDWR);
-        if (opened != fd) {
-            dup2(opened, fd);
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            open("/", O_RDONLY); // a system without devices: any other descriptor will do
         }
     }
 }
-
-} // namespace
 
 void daemonise(bool keep_standard_descriptors) {
     fork_and_leave_parent();
@@ -95,7 +92,7 @@ void daemonise(bool keep_standard_descriptors) {
         close_descriptors_from(STDERR_FILENO + 1);
     } else {
         close_descriptors_from(STDIN_FILENO);
-        open_standard_descriptors_on_nothing();
+        fill_standard_descriptors();
     }
 }
 
@@ -119,7 +116,7 @@ int get_priority(pthread_t thread) {
     sched_param parameters{};
     int policy = 0;
     const int error = pthread_getschedparam(thread, &policy, &parameters);
-    return error == 0 ? parameters.sched_priority : -error;
+    return error == 0 ? parameters.sched_priority : error;
 }
 
 } // namespace csi_receiver

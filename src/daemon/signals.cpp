@@ -1,5 +1,6 @@
 #include "daemon/signals.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -14,11 +15,15 @@ namespace csi_receiver {
 namespace {
 
 pthread_t main_thread;
+std::atomic<bool> termination_forwarded{false}; // other threads do not see it pending
 
 /// Some C libraries start a timer's thread with no signal blocked. A signal that finds it in the
 /// moment before the thread blocks it goes on to the main thread, where the descriptor delivers it,
 /// instead of ending the process.
 extern "C" void forward_to_main_thread(int signal_number) {
+    if (signal_number == SIGTERM || signal_number == SIGHUP) {
+        termination_forwarded = true;
+    }
     pthread_kill(main_thread, signal_number);
 }
 
@@ -52,8 +57,9 @@ bool read_signal(int fd) {
     signalfd_siginfo record{};
     static_assert(sizeof record == 128);
     const ssize_t count = read(fd, &record, sizeof record);
-    if (count < 0 && errno != EAGAIN) {
-        log_prefix() << "error reading signal descriptor: " << std::strerror(errno);
+    const int error = errno;
+    if (count < 0 && error != EAGAIN) {
+        log_prefix() << "error reading signal descriptor: " << std::strerror(error);
     }
     if (count < static_cast<ssize_t>(sizeof record)) {
         return false;
@@ -81,7 +87,8 @@ bool termination_pending() {
     sigset_t pending;
     sigemptyset(&pending);
     sigpending(&pending);
-    return sigismember(&pending, SIGTERM) == 1 || sigismember(&pending, SIGHUP) == 1;
+    return sigismember(&pending, SIGTERM) == 1 || sigismember(&pending, SIGHUP) == 1 ||
+           termination_forwarded;
 }
 
 } // namespace csi_receiver

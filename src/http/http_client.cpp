@@ -1,5 +1,7 @@
 #include "http/http_client.h"
 
+#include <fcntl.h>
+
 #include "daemon/log.h"
 
 namespace curl_http {
@@ -16,6 +18,11 @@ curl_slist* make_json_headers() {
     return curl_slist_append(nullptr, "Content-Type: application/json");
 }
 
+int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) {
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+    return CURL_SOCKOPT_OK;
+}
+
 } // namespace
 
 http_client::http_client(std::uint32_t port)
@@ -26,6 +33,7 @@ http_client::http_client(std::uint32_t port)
         // Nothing comes from the environment, and signals are this process's own business.
         curl_easy_setopt(handle_.get(), CURLOPT_PROXY, "");
         curl_easy_setopt(handle_.get(), CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(handle_.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
     }
 }
 

@@ -14,7 +14,10 @@ auto find_record(poll_set& set, int fd) {
 } // namespace
 
 void poll_set_add(poll_set& set, int fd, short events) {
-    if (poll_set_modify(set, fd, events) < 0 && fd >= 1) {
+    const auto record = find_record(set, fd);
+    if (record != set.records.end()) {
+        record->events = events;
+    } else if (fd >= 1) {
         set.records.push_back({fd, events, 0});
     }
 }

@@ -7,6 +7,7 @@
 #include <limits>
 #include <sstream>
 
+#include <fcntl.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
 
@@ -123,6 +124,9 @@ std::vector<std::string> get_time_zone(const std::string& tool) {
     std::array<char, 100> line{};
     // The stream is never closed: the tool may go on, and nobody waits for its end.
     std::FILE* stream = popen((tool + " get TZ").c_str(), "r");
+    if (stream != nullptr) {
+        fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+    }
     while (stream != nullptr &&
            std::fgets(line.data(), static_cast<int>(line.size()), stream) != nullptr) {
         print(line.data());

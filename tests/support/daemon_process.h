@@ -2,6 +2,7 @@
 #pragma once
 
 #include <csignal>
+#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,6 +47,14 @@ public:
     daemon_process& operator=(const daemon_process&) = delete;
 
     [[nodiscard]] std::string output() const { return directory_.read("output"); }
+    /// CPU time that it has taken so far.
+    [[nodiscard]] long cpu_ms() const {
+        clockid_t clock{};
+        timespec used{};
+        clock_getcpuclockid(pid_, &clock);
+        clock_gettime(clock, &used);
+        return static_cast<long>(used.tv_sec) * 1000 + used.tv_nsec / 1000000;
+    }
     void signal(int number) const { kill(pid_, number); }
 
     /// The exit status; the number of the signal, negative, that ended it; -1000 when the bound
