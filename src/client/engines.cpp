@@ -22,6 +22,10 @@ json::value* find_array(json::value& object, std::string_view name) {
     return found != nullptr && found->IsArray() ? found : nullptr;
 }
 
+std::string text_of(const json::value& string) {
+    return {string.GetString(), string.GetStringLength()};
+}
+
 json::value bot_ref(const bot_record& bot, json::allocator& memory) {
     return make_bot_ref(bot.zorvin.address, bot.uuid, memory);
 }
@@ -77,7 +81,7 @@ std::vector<bot_record*> zorvin_client::find_targets(json::document& message, bo
     std::vector<bot_record*> targets;
     if (const json::value* const bots = find_array(message, "bots")) {
         for (const json::value& element : bots->GetArray()) {
-            const auto known = element.IsString() ? routing_.find_bot_by_uuid(element.GetString())
+            const auto known = element.IsString() ? routing_.find_bot_by_uuid(text_of(element))
                                                   : routing_.bots().end();
             if (known != routing_.bots().end()) {
                 targets.push_back(&*known);
