@@ -1,0 +1,30 @@
+// The lines of a configuration file, and the file.
+#include <fstream>
+
+#include <sys/mman.h>
+
+#include "daemon/configuration.h"
+#include "harness.h"
+#include "platform/utilities.h"
+
+using namespace csi_receiver;
+
+void fuzz::run(const std::string& input) {
+    configuration expected;
+    std::istringstream lines(input);
+    for (std::string text; std::getline(lines, text);) {
+        const auto [key, value, accepted] = parse_line(text, '=');
+        assert(accepted == !value.empty() && (text[0] != '#' || !accepted));
+        assert(trim(key) == key && trim(value) == value && value.find('#') == std::string::npos);
+        assert(key.find_first_of("=ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string::npos);
+        // What was read is read as it is; only a key behind blanks may begin with the comment's #.
+        const auto again = parse_line(std::string(key).append("=").append(value), '=');
+        assert(key[0] == '#' || (again.key == key && again.value == value));
+        if (accepted) {
+            expected[key] = value;
+        }
+    }
+    static const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("input", 0));
+    std::ofstream(path) << input;
+    assert(read_configuration(path, '=') == expected);
+}

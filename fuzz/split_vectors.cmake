@@ -1,0 +1,44 @@
+# Splits the conversations in the files `vectors` into seeds under `output`: each step and each whole
+# conversation for the target "message", a line for what is said; each message, each answer of a
+# peer's and each routing for the others.
+cmake_minimum_required(VERSION 3.21)
+file(REMOVE_RECURSE ${output})
+
+function(get_line result) # json path...: the JSON there, without line ends
+    string(JSON text ERROR_VARIABLE none GET ${ARGN})
+    string(REPLACE "\n" "" text "${text}")
+    set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+function(get_last result) # json path...: the last index of the array there, -1 without one
+    string(JSON length ERROR_VARIABLE none LENGTH ${ARGN})
+    if(none)
+        set(length 0)
+    endif()
+    math(EXPR last "${length} - 1")
+    set(${result} ${last} PARENT_SCOPE)
+endfunction()
+
+foreach(vector IN LISTS vectors)
+    get_filename_component(name ${vector} NAME_WE)
+    file(READ ${vector} json)
+    get_line(routing "${json}" routing)
+    file(WRITE ${output}/routing/${name} "${routing}")
+    set(conversation "")
+    get_last(last_step "${json}" steps)
+    foreach(step RANGE ${last_step})
+        get_line(lines "${json}" steps ${step} receive)
+        file(WRITE ${output}/identifiers/${name}-${step} "${lines}")
+        get_last(last_ask "${json}" steps ${step} asks)
+        set(ask 0)
+        while(ask LESS_EQUAL last_ask)
+            get_line(reply "${json}" steps ${step} asks ${ask} answer)
+            file(WRITE ${output}/core_replies/${name}-${step}-${ask} "${reply}")
+            string(APPEND lines "\n${reply}")
+            math(EXPR ask "${ask} + 1")
+        endwhile()
+        file(WRITE ${output}/message/${name}-${step} "${lines}\n")
+        string(APPEND conversation "${lines}\n")
+    endforeach()
+    file(WRITE ${output}/message/${name} "${conversation}")
+endforeach()
