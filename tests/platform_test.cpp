@@ -79,7 +79,8 @@ TEST(poll_set, reports_one_event_per_condition) {
 
     rlimit few{};
     getrlimit(RLIMIT_NOFILE, &few);
-    set.records.resize(few.rlim_cur + 1, {-1, 0, 0}); // more than the system takes
+    set.records.resize(static_cast<std::size_t>(few.rlim_cur) + 1,
+                       {-1, 0, 0}); // more than the system takes
     events = poll_set_wait(set, 0);
     ASSERT_EQ(events.size(), 1U);
     EXPECT_EQ(events[0].fd, -1);
