@@ -69,7 +69,7 @@ bool soak_log::go_on() {
         return false;
     }
     take_lines(); // What came between the last look and the renaming.
-    if (!before) {
+    if (!before.has_value()) {
         report_.violation("the log is read without gaps", "a whole file passed unseen");
         return open(path_);
     }

@@ -154,6 +154,34 @@ TEST_F(scan, quiet_and_loud_scans_on_real_timers) {
     EXPECT_EQ(count_line(lines, "Scan complete"), 1U);
 }
 
+TEST_F(scan, version_three_names_the_zorvin_in_what_is_sent_unasked) {
+    csi_lab::core_service_options quick;
+    quick.times = {100ms, 5000ms};
+    csi_lab::core_service second(journal, "127.0.0.2", quick);
+    csi_lab::rest_server_options options;
+    options.api = "v3";
+    csi_lab::rest_server third(journal, options);
+    settings["api"] = "v3";
+    settings["http_port"] = std::to_string(third.port());
+    settings["routing"] = "0x65:127.0.0.2:wlan0:0A0000000101";
+    captured_output output;
+    running_client run(settings, 60);
+    const auto posts = [&third](const std::string& text) {
+        return third.wait_for(
+            [&](const auto& requests) {
+                return std::any_of(requests.begin(), requests.end(),
+                                   [&](const auto& request) { return request.body == text; });
+            },
+            bound);
+    };
+    EXPECT_TRUE(posts("{\"request\":\"zorvinMsg\",\"zorvin\":9001,\"bot_info\":["
+                      "{\"bot\":101,\"hwaddr\":\"0a:00:00:00:01:01\",\"chains\":1}]}\n"));
+    third.queue(R"({"cmd":"scan"})");
+    EXPECT_TRUE(
+        posts("{\"cmd\":\"scan\",\"zorvin\":9001,\"request\":\"zorvinMsg\",\"success\":true,"
+              "\"reason\":\"complete\",\"found\":[101]}\n"));
+}
+
 TEST_F(scan, a_slow_core_service_does_not_end_scanning_for_good) {
     settings["routing"] = "101:127.0.0.1:wlan0:0A0000000101";
     captured_output output;
