@@ -50,19 +50,27 @@ void routing_table::add_item(const std::vector<std::string>& fields) {
     if (std::find(interfaces.begin(), interfaces.end(), ifname) == interfaces.end()) {
         interfaces.push_back(ifname);
     }
-    bots_.emplace_back(hwaddr, uuid, ifname, zorvin);
+    bot_record& bot = bots_.emplace_back(hwaddr, uuid, ifname, zorvin);
+    zorvin.bots.push_back(&bot);
+    bot_by_uuid_.emplace(bot.uuid, bots_.size() - 1);
 }
 
 zorvin_entry& routing_table::zorvin_at(const std::string& address) {
-    const auto found =
-        std::find_if(zorvins_.begin(), zorvins_.end(),
-                     [&address](const zorvin_entry& entry) { return entry.address == address; });
-    return found != zorvins_.end() ? *found : zorvins_.emplace_back(address);
+    const auto known = zorvin_by_address_.find(address);
+    if (known != zorvin_by_address_.end()) {
+        return *known->second;
+    }
+    zorvin_entry& added = zorvins_.emplace_back(address);
+    zorvin_by_address_.emplace(added.address, &added);
+    return added;
 }
 
 routing_table::bots_type::iterator routing_table::find_bot_by_uuid(const std::string& uuid) {
-    return std::find_if(bots_.begin(), bots_.end(),
-                        [&uuid](const bot_record& bot) { return bot.uuid == uuid; });
+    const auto known = bot_by_uuid_.find(uuid);
+    if (known == bot_by_uuid_.end()) {
+        return bots_.end();
+    }
+    return bots_.begin() + static_cast<std::ptrdiff_t>(known->second);
 }
 
 routing_table::bots_type::iterator routing_table::find_bot_by_hwaddr(const std::string& hwaddr) {

@@ -2,11 +2,16 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <deque>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace csi_receiver {
+
+struct bot_record;
 
 /// A Zorvin: where its core service is reached, and the interfaces that its Bots use.
 struct zorvin_entry {
@@ -15,6 +20,7 @@ struct zorvin_entry {
 
     const std::string address;           // IPv4 literal, as the configuration has it
     std::vector<std::string> interfaces; // distinct, in the order first seen
+    std::vector<bot_record*> bots;       // those reached by it, in their order
 };
 
 /// A Bot. Never moves once it is in the table, so references to it stay valid.
@@ -58,6 +64,9 @@ private:
 
     std::deque<zorvin_entry> zorvins_;
     bots_type bots_;
+    // What was routed first under a name; the names are those in the records, which never move.
+    std::unordered_map<std::string_view, zorvin_entry*> zorvin_by_address_;
+    std::unordered_map<std::string_view, std::size_t> bot_by_uuid_;
 };
 
 } // namespace csi_receiver

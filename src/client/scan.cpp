@@ -79,17 +79,17 @@ void zorvin_client::look_for_bots(const zorvin_entry& zorvin) {
     }
     const std::vector<std::string> active = core_active_bots(zorvin.address);
     const std::unordered_set<std::string> seen(active.begin(), active.end());
-    for (bot_record& bot : routing_.bots()) {
-        if (&bot.zorvin != &zorvin || bot.found || seen.count(bot.uuid) == 0) {
+    for (bot_record* const bot : zorvin.bots) {
+        if (bot->found || seen.count(bot->uuid) == 0) {
             continue;
         }
-        bot.found = true;
+        bot->found = true;
         if (!quiet_) {
-            log_prefix() << "Station " << bot.hwaddr << " uuid " << bot.uuid << " is a Bot";
+            log_prefix() << "Station " << bot->hwaddr << " uuid " << bot->uuid << " is a Bot";
         }
-        stop_temporary_sounding(bot);
+        stop_temporary_sounding(*bot);
         const std::lock_guard<std::mutex> lock(lists_mutex_);
-        scan_list_.push_back(bot.uuid);
+        scan_list_.push_back(bot->uuid);
     }
 }
 

@@ -114,8 +114,8 @@ void give_back_locked() {
 } // namespace
 
 log_line::~log_line() {
-    text_ << '\n';
-    print(text_.str());
+    text_ += '\n';
+    print(text_);
 }
 
 log_line log_prefix() {
@@ -125,10 +125,19 @@ log_line log_prefix() {
 std::string format_log_prefix(std::time_t time) {
     std::tm utc{};
     gmtime_r(&time, &utc);
-    std::ostringstream prefix;
-    prefix << '[' << utc.tm_year + 1900L << '-' << utc.tm_mon + 1 << '-' << utc.tm_mday << '_'
-           << utc.tm_hour << ':' << utc.tm_min << ':' << utc.tm_sec << "] ";
-    return prefix.str();
+    constexpr std::size_t usual_line = 120; // so that most lines take memory once
+    std::string prefix;
+    prefix.reserve(usual_line);
+    prefix += '[';
+    prefix += std::to_string(utc.tm_year + 1900L);
+    for (const auto& [before, value] :
+         {std::pair('-', utc.tm_mon + 1), std::pair('-', utc.tm_mday), std::pair('_', utc.tm_hour),
+          std::pair(':', utc.tm_min), std::pair(':', utc.tm_sec)}) {
+        prefix += before;
+        prefix += std::to_string(value);
+    }
+    prefix += "] ";
+    return prefix;
 }
 
 void print(std::string_view text) {

@@ -6,9 +6,10 @@
 
 #include <ctime>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 namespace csi_receiver {
 
@@ -24,19 +25,25 @@ constexpr std::streamoff log_size_limit = 2097152;
 /// One line under construction; it goes out, with a line end, when the object ends.
 class log_line {
 public:
-    explicit log_line(const std::string& prefix) { text_ << prefix; }
+    explicit log_line(std::string prefix)
+        : text_(std::move(prefix)) {}
     ~log_line();
     log_line(const log_line&) = delete;
     log_line& operator=(const log_line&) = delete;
 
-    template<class part>
-    log_line& operator<<(const part& added) {
-        text_ << added;
+    log_line& operator<<(std::string_view text) {
+        text_ += text;
+        return *this;
+    }
+    template<class number, class = std::enable_if_t<std::is_integral_v<number>>>
+    log_line& operator<<(number added) {
+        static_assert(sizeof added >= sizeof(short), "a character or a truth value is no number");
+        text_ += std::to_string(added);
         return *this;
     }
 
 private:
-    std::ostringstream text_;
+    std::string text_; // no stream: making one costs more than all that a command says
 };
 
 /// Begins a line with the present time: `log_prefix() << "text";`

@@ -10,34 +10,22 @@
 namespace json {
 namespace {
 
-bool nested_too_deeply(std::string_view text) {
-    int depth = 0;
-    bool in_string = false;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        if (in_string) {
-            at += c == '\\' ? 1 : 0;
-            in_string = c != '"';
-        } else if (c == '"') {
-            in_string = true;
-        } else if (c == '{' || c == '[') {
-            if (++depth > max_depth) {
-                return true;
-            }
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return false;
-}
-
-/// Takes no number that is too large for a double: the library reads such as 8e308 as infinite, and
-/// its writer would end the text before it.
-class finite_document : public document {
+/// Takes nothing nested too deeply, and no number that is too large for a double: the library reads
+/// such as 8e308 as infinite, and its writer would end the text before it.
+class bounded_document : public document {
 public:
-    bool Double(double number) { // NOLINT(readability-identifier-naming): the library's name
-        return std::isfinite(number) && document::Double(number);
+    // NOLINTBEGIN(readability-identifier-naming): the library's names
+    bool StartObject() { return ++depth_ <= max_depth && document::StartObject(); }
+    bool StartArray() { return ++depth_ <= max_depth && document::StartArray(); }
+    bool EndObject(rapidjson::SizeType count) {
+        return --depth_ >= 0 && document::EndObject(count);
     }
+    bool EndArray(rapidjson::SizeType count) { return --depth_ >= 0 && document::EndArray(count); }
+    bool Double(double number) { return std::isfinite(number) && document::Double(number); }
+    // NOLINTEND(readability-identifier-naming)
+
+private:
+    int depth_ = 0;
 };
 
 value name_reference(std::string_view name) {
@@ -52,17 +40,15 @@ void assertion_failed(const char* file, int line, const char* expression) {
 }
 
 document parse(std::string_view text) {
-    finite_document result;
-    if (!nested_too_deeply(text)) {
-        rapidjson::MemoryStream bytes(text.data(), text.size());
-        rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
-        // Iterative: a thread with a small stack may parse a reply, too.
-        const auto read = [&](const document& /*result*/) {
-            rapidjson::Reader reader;
-            return !reader.Parse<rapidjson::kParseIterativeFlag>(stream, result).IsError();
-        };
-        result.Populate(read);
-    }
+    bounded_document result;
+    rapidjson::MemoryStream bytes(text.data(), text.size());
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
+    // Iterative: a thread with a small stack may parse a reply, too.
+    const auto read = [&](const document& /*result*/) {
+        rapidjson::Reader reader;
+        return !reader.Parse<rapidjson::kParseIterativeFlag>(stream, result).IsError();
+    };
+    result.Populate(read);
     return std::move(result);
 }
 

@@ -19,6 +19,9 @@ namespace json {
 #define RAPIDJSON_ASSERT(x)                                                                        \
     (static_cast<bool>(x) ? static_cast<void>(0) : ::json::assertion_failed(__FILE__, __LINE__, #x))
 #define RAPIDJSON_HAS_STDSTRING 1
+// What a document takes at a time: enough for nearly every message. The library's own 64 KiB make
+// some C libraries ask the system for memory, and give it back, with every message.
+#define RAPIDJSON_ALLOCATOR_DEFAULT_CHUNK_CAPACITY 4096
 
 #include <rapidjson/document.h>
 

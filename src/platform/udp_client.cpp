@@ -17,7 +17,7 @@ udp_client::udp_client(const std::string& address, std::uint16_t port)
 }
 
 void udp_client::open() {
-    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd_ < 1 || !bind_address(fd_, "0.0.0.0", 0)) {
         return;
     }
@@ -26,9 +26,11 @@ void udp_client::open() {
         fd_ = -1;
         return;
     }
-    set_blocking(fd_, false);
-    local_port_ = csi_receiver::local_port(fd_);
     poll_set_add(polls_, fd_, poll_readable);
+}
+
+std::uint16_t udp_client::local_port() const {
+    return csi_receiver::local_port(fd_);
 }
 
 udp_client::~udp_client() {
@@ -47,7 +49,6 @@ udp_client& udp_client::operator=(udp_client&& other) noexcept {
         fd_ = std::exchange(other.fd_, -1);
         address_ = other.address_;
         port_ = other.port_;
-        local_port_ = other.local_port_;
         state_ = other.state_;
         poll_set_add(polls_, fd_, poll_readable);
     }

@@ -26,7 +26,8 @@ public:
 
     /// The socket, or -1 when the connection failed.
     [[nodiscard]] int fd() const { return fd_; }
-    [[nodiscard]] std::uint16_t local_port() const { return local_port_; }
+    /// The port that the system chose; 0 without a socket. Asks the system each time.
+    [[nodiscard]] std::uint16_t local_port() const;
 
     /// True when the whole text went out in one datagram.
     [[nodiscard]] bool send(const std::string& text);
@@ -45,7 +46,6 @@ private:
 
     std::string address_;
     std::uint16_t port_;
-    std::uint16_t local_port_ = 0;
     std::int32_t state_ = 3; // inert: set here, moved along, read by nobody
     std::int32_t fd_ = -1;
     poll_set polls_;
