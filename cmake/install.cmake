@@ -1,0 +1,35 @@
+# What `cmake --install` puts where, in two components: the daemon with what its operators need, and
+# the lab. What is for those who work on the code is not installed.
+include(GNUInstallDirs)
+
+set(CSI_RECEIVER_UNIT_DIR lib/systemd/system CACHE STRING
+    "Where systemd's unit goes; nothing: it is not installed")
+set(csi_receiver_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/csi-receiver)
+set(csi_receiver_man ${PROJECT_SOURCE_DIR}/packaging/man)
+
+install(TARGETS csi_receiver csi_doctor
+    RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)
+install(FILES ${csi_receiver_man}/csi_receiver.8 ${csi_receiver_man}/csi_doctor.8
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
+install(FILES ${csi_receiver_man}/csi_receiver.conf.5
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT daemon)
+
+# In the folders that they have here, so that their links lead somewhere.
+install(FILES README.md DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
+install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
+    FILES_MATCHING PATTERN "*.md")
+install(FILES packaging/README.md packaging/csi_receiver.conf
+    DESTINATION ${csi_receiver_doc_dir}/packaging COMPONENT daemon)
+
+# The unit names paths, and `cmake --install --prefix` may still change them.
+foreach(name IN ITEMS CMAKE_INSTALL_SBINDIR CMAKE_INSTALL_SYSCONFDIR
+        CSI_RECEIVER_UNIT_DIR PROJECT_SOURCE_DIR PROJECT_BINARY_DIR)
+    install(CODE "set(${name} \"${${name}}\")" COMPONENT daemon)
+endforeach()
+install(SCRIPT cmake/install_configured.cmake COMPONENT daemon)
+
+if(CSI_RECEIVER_LAB)
+    install(TARGETS csi_lab RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab)
+    install(FILES ${csi_receiver_man}/csi_lab.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT lab)
+endif()
