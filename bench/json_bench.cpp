@@ -1,0 +1,75 @@
+// What a message costs beyond reading and writing its JSON text.
+#include "platform/json.h" // first: it sets up the JSON library
+
+#include <string>
+
+#include <benchmark/benchmark.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include "client/identifiers.h"
+#include "client/zorvin_client.h"
+
+namespace {
+
+constexpr int never_ms = 3600 * 1000;
+const std::string small_message = R"({"cmd":"version"})";
+
+/// Some 10 KB that nobody knows, full of identifiers.
+const std::string& large_message() {
+    static const std::string text = [] {
+        constexpr int bots = 100;
+        std::string list;
+        std::string details;
+        for (int bot = 101; bot <= 100 + bots; ++bot) {
+            const std::string id = std::to_string(bot);
+            list += (list.empty() ? "" : ",") + id;
+            details += (details.empty() ? "" : ",") + (R"({"bot":)" + id) +
+                       R"(,"hwaddr":"02:00:00:00:01:0a","where":"upper floor, west",)" +
+                       R"("signal":-61.5,"zorvin":9001,"active":true})";
+        }
+        return R"({"cmd":"inventory","bots":[)" + list + R"(],"details":[)" + details + "]}";
+    }();
+    return text;
+}
+
+void bare_json(benchmark::State& state, const std::string& text) {
+    while (state.KeepRunning()) {
+        json::document message;
+        message.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
+        rapidjson::StringBuffer buffer;
+        rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+        message.Accept(writer);
+        benchmark::DoNotOptimize(buffer.GetString());
+    }
+}
+
+void parse_msg(benchmark::State& state, const std::string& text) {
+    csi_receiver::configuration settings{{"version", "v1.0-0-g111a051e591b"}};
+    csi_receiver::zorvin_client client(-1, settings, never_ms);
+    while (state.KeepRunning()) {
+        std::string reply;
+        client.parse_msg(text, reply);
+        benchmark::DoNotOptimize(reply.data());
+    }
+}
+
+/// Back and forth, so that the next round finds what this one found.
+void identifier_passes(benchmark::State& state) {
+    json::document message = json::parse(large_message());
+    while (state.KeepRunning()) {
+        csi_receiver::identifiers_to_text(message, message.GetAllocator());
+        csi_receiver::identifiers_to_numbers(message);
+    }
+    if (json::write(message) != large_message()) {
+        state.SkipWithError("the passes changed the message");
+    }
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(bare_json, small, small_message);
+BENCHMARK_CAPTURE(bare_json, large, large_message());
+BENCHMARK_CAPTURE(parse_msg, small, small_message);
+BENCHMARK_CAPTURE(parse_msg, large, large_message());
+BENCHMARK(identifier_passes);

@@ -1,0 +1,98 @@
+#include "bench/subject.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <fstream>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace csi_bench {
+namespace {
+
+constexpr std::chrono::seconds bound(60);
+
+} // namespace
+
+double subject::start(std::vector<std::string> arguments, std::size_t posts) {
+    std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const std::size_t before = server_.posts();
+    const auto begin = std::chrono::steady_clock::now();
+    pid_ = fork();
+    if (pid_ == 0) {
+        dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDOUT_FILENO);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    wait_for_posts(before + posts);
+    const auto requests = server_.requests();
+    const auto attach = std::find_if(requests.rbegin(), requests.rend(), [](const auto& request) {
+        return request.path == "/v2/zorvins/attach";
+    });
+    if (attach == requests.rend()) {
+        throw std::runtime_error("posts without an attach");
+    }
+    return std::chrono::duration<double, std::nano>(attach->when - begin).count();
+}
+
+void subject::stop() {
+    if (pid_ > 0) {
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+        pid_ = 0;
+    }
+}
+
+double subject::cpu_time() const {
+    clockid_t clock{};
+    timespec used{};
+    if (clock_getcpuclockid(pid_, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+        throw std::runtime_error("no CPU time: the process has ended");
+    }
+    return static_cast<double>(used.tv_sec) * 1e9 + static_cast<double>(used.tv_nsec);
+}
+
+double subject::memory(const std::string& what) const {
+    std::ifstream summary("/proc/" + std::to_string(pid_) + "/smaps_rollup");
+    for (std::string word; summary >> word;) {
+        if (double size = 0; word == what + ":" && summary >> size) {
+            return size;
+        }
+    }
+    throw std::runtime_error("the kernel does not tell " + what);
+}
+
+double subject::serve(std::size_t commands) {
+    const std::size_t posts = server_.posts();
+    const double before = cpu_time();
+    for (std::size_t command = 0; command < commands; ++command) {
+        server_.queue(R"({"cmd":"version"})");
+    }
+    wait_for_posts(posts + commands);
+    return (cpu_time() - before) / static_cast<double>(commands);
+}
+
+void subject::wait_for_posts(std::size_t count) {
+    // A benchmark is too short for the server to forget any.
+    const auto enough = [count](const auto& requests) {
+        const auto posts = std::count_if(requests.begin(), requests.end(), [](const auto& request) {
+            return request.method == "POST";
+        });
+        return static_cast<std::size_t>(posts) >= count;
+    };
+    if (!server_.wait_for(enough, bound)) {
+        throw std::runtime_error("only " + std::to_string(server_.posts()) + " posts of " +
+                                 std::to_string(count));
+    }
+}
+
+} // namespace csi_bench
