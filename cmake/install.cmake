@@ -15,7 +15,8 @@ install(FILES ${csi_receiver_man}/csi_receiver.conf.5
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT daemon)
 
 # In the folders that they have here, so that their links lead somewhere.
-install(FILES README.md DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
+install(FILES README.md SECURITY.md CONTRIBUTING.md CHANGELOG.md
+    DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
 install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
     FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/README.md packaging/csi_receiver.conf
