@@ -1,7 +1,12 @@
 // csi_doctor: what must be said about broken configurations, replies and peers.
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "lab/installation.h"
 #include "support/fixtures.h"
@@ -9,6 +14,7 @@
 #include "tools/log_checks.h"
 #include "tools/network_checks.h"
 #include "tools/routing_checks.h"
+#include "tools/socket_list.h"
 #include "tools/value_checks.h"
 
 using namespace csi_doctor;
@@ -41,6 +47,14 @@ TEST(doctor, configurations) {
         {"api=v2\napi=", 1, "line 1 stays valid"},
         {"api=v2\napi=v3", 1, "warn  line 2 (api): replaces line 1"},
         {"sever=a", 1, "write server if you meant that"},
+        {"logfile=a", 1, "write log_path if"},
+        {"log_pth=a", 1, "write log_path if"},
+        {"logging=a", 1, "write log if"},
+        {"export zorvin_uuid=1", 1, "write zorvin_uuid if"},
+        {"rest_server=a", 1, "write server if"},
+        {"bots=a", 1, "write routing if"},
+        {"port=1", 1, "write http_port if"},
+        {"zzz=a", 1, "write one of the keys zorvin_uuid, server"},
         {"version=7", 1, "the daemon sets this key itself"},
         {"  #api=v2", 1, "the # is not in column one"},
         {"server='a'", 2, "the quotes are taken as a part"},
@@ -50,17 +64,45 @@ TEST(doctor, configurations) {
         {"api=V3", 2, "write exactly v2 or v3"},
         {"fusion=Yes", 1, "only yes does"},
         {"server=http://a", 2, "has a scheme"},
-        {"server=a:80", 2, "has a port"},
-        {"zorvin_uuid=12ab", 2, "\"12ab\" is no number: the server is told 12"},
-        {"zorvin_uuid=0X1", 2, "the X is in upper case"},
+        {"server=a:80", 2, "has a port: every request fails"},
+        {"server=a:", 2, "has a colon at its end"},
+        {"server=[::1]:80", 2, "has a port"},
+        {"server=a/b", 2, "has a path: requests go to another URL"},
+        {"server=a?b", 2, "has a query: requests go to another URL"},
+        {"server=user@a", 1, "has a user name"},
+        {"server=user@a!", 2, "no host name: it has the character \"!\""},
+        {"server=a|b", 2, "no host name: it has the character \"|\""},
+        {"server=[a", 2, "brackets go around an IPv6 address alone"},
+        {"server=[127.0.0.1]", 2, "brackets go around an IPv6 address alone"},
+        {"server=fe80::1", 2, "-> write [fe80::1]"},
+        {"server=[fe80::1]", 0, "the REST server is \"[fe80::1]\""},
+        {"server=192.0.2.300", 1, "may read it as another address"},
+        {"server=a-b_c.lan", 0, "the REST server is \"a-b_c.lan\""},
+        {"zorvin_uuid=12ab", 2, "\"12ab\" is no number: messages say 12, the URL says 12ab"},
+        {"zorvin_uuid=0X1", 2, "the X is in upper case: messages say 0, the URL says 0X1"},
+        {"zorvin_uuid=09", 1, "has leading zeros: messages say 9, the URL says 09"},
+        {"zorvin_uuid=18446744073709551616", 2, "say 18446744073709551615, the URL says 1844"},
+        {"zorvin_uuid=0xfffffffffffffffff", 2, "64 bits: the server is told 18446744073709551615"},
         {"log_path=here", 1, "with -D from /"},
+        {"log_path=/tmp/x.log/", 1,
+         "is a directory; the file in it is csi_receiver.log -> write "
+         "the directory alone: log_path=/tmp"},
+        {"api=v2\rlog=no", 2, "line 1: has a carriage return in it"},
+        {"# a\rlog=no\r\nlog=no\r", 1, "warn  line 1: has a carriage return in it"},
         {"routing=1:wlan0:020000000065", 2, "3 fields that are not empty, instead of 4"},
         {"routing=1:1.2.3.4:w:02:00:00:00:00:65", 2, "the hwaddr -> write 020000000065"},
         {"routing=1:1.2.3.4:w:0200", 2, "a hwaddr of 4 characters"},
-        {"routing=1:1.2.3.4:w:02000000006G", 2, "not all hexadecimal"},
+        {"routing=1:1.2.3.4:w:02000000006G", 2, "taken, but has the character \"G\""},
+        {"routing=1:1.2.3.4:w:0x0200000065", 2, "taken, but begins with \"0x\""},
+        {"routing=1:1.2.3.4:w:0x020000000065", 2, "\"0x\" -> write 020000000065"},
+        {"routing=1 : 1.2.3.4 : w : 020000000065", 2, "fields -> write 1:1.2.3.4:w:020000000065"},
+        {"routing=[1:1.2.3.4:w:020000000065]", 2, "brackets around it -> write 1:1.2.3.4:w:02"},
+        {"routing=1", 2, "has 1 field that is not empty"},
         {"routing=1:a.lan:w:020000000065", 2, "the address \"a.lan\" is not IPv4"},
         {"routing=,", 2, "no Bot is left"},
-        {bot + ", 2:127.0.0.1:w:020000000066", 2, "item 2: the id \" 2\" has a blank"},
+        {bot + ", 2:127.0.0.1:w:020000000066", 2, "item 2: taken, but the Bot cannot be reached"},
+        {bot + ", ,2:127.0.0.1:w:020000000066", 1, "item 2: left out: there is nothing in"},
+        {"routing=01:127.0.0.1:w:020000000065", 2, "the server is told 1, and no command"},
         {bot + ",0x65:127.0.0.1:w:020000000066", 1, "Bot \"101\" is routed twice"},
     };
     for (const auto& row : rows) {
@@ -75,11 +117,58 @@ TEST(doctor, configurations) {
     }
 }
 
+TEST(doctor, text_that_is_none) {
+    report found;
+    using namespace std::string_literals;
+    EXPECT_TRUE(check_lines("\xff\xfes\0e\0"s, found).empty());
+    expect(found, 2, "is UTF-16");
+    EXPECT_EQ(found.all().size(), 1U); // nothing about missing keys, which may all be there
+    EXPECT_TRUE(check_lines("s\0e\0"s, found).empty());
+    EXPECT_EQ(found.all().size(), 2U);
+    EXPECT_TRUE(check_lines("#\na\0=b"s, found).empty());
+    expect(found, 2, "line 2: has a NUL");
+}
+
+TEST(doctor, summary) {
+    report found;
+    EXPECT_EQ(to_summary(found.all()), "all is well");
+    found.warn("a", "b", "c");
+    EXPECT_EQ(to_summary(found.all()), "1 warning");
+    found.fail("a", "b", "c");
+    found.fail("a", "b", "c");
+    EXPECT_EQ(to_summary(found.all()), "2 failures, 1 warning");
+}
+
+TEST(doctor, socket_list) {
+    const std::uint16_t port = 14312;             // 0x37E8
+    const auto word = [](std::uint32_t address) { // as the kernel lists it
+        std::array<char, 9> text{};
+        std::snprintf(text.data(), text.size(), "%08X", unsigned{htonl(address)});
+        return std::string(text.data());
+    };
+    const std::string head = "  sl  local_address rem_address   st\n   12: ";
+    const std::string any = word(0);
+    const std::string loopback = word(INADDR_LOOPBACK);
+    const std::string free = " " + any + ":0000 07\n";
+    EXPECT_TRUE(hears_loopback(head + any + ":37E8" + free, port));
+    EXPECT_TRUE(hears_loopback(head + loopback + ":37E8" + free, port));
+    EXPECT_TRUE(hears_loopback(head + any + any + any + any + ":37E8" + free, port));
+    EXPECT_FALSE(hears_loopback(head + any + ":37E9" + free, port));
+    EXPECT_FALSE(hears_loopback(head + word(0x7f000002) + ":37E8" + free, port));
+    EXPECT_FALSE(hears_loopback(head + loopback + ":9999 " + loopback + ":37E8 01\n", port));
+    EXPECT_FALSE(hears_loopback(head + loopback + ":37E8 " + loopback + ":9999 01\n", port));
+    EXPECT_FALSE(hears_loopback("", port));
+}
+
 TEST(doctor, replies_that_end_the_daemon) {
     report found;
     check_info_reply(R"({"antennas":"2","ssid":null,"iftype":"ap"})", "wlan0", found);
     check_info_reply(R"({"iftype":"managed"})", "wlan0", found);
-    for (const char* words : {R"("antennas":"2", which)", R"("ssid":null)", R"("managed")"}) {
+    check_info_reply(std::string(4096, '{'), "wlan0", found);
+    check_info_reply("{}", "wlan0", found);
+    for (const char* words :
+         {R"("antennas":"2", which)", R"("ssid":null)", R"("managed")", "in less than 4096 bytes",
+          "the server is told an empty driver and SSID, and 0 chains"}) {
         expect(found, 2, words);
     }
 }
@@ -88,6 +177,14 @@ TEST(doctor, log_directory) {
     report found;
     check_log_file({{"log_path", {"/dev/null/log", 1}}}, found);
     expect(found, 2, "\"/dev/null\" is no directory");
+    expect(found, 2, "-> mkdir -p /dev/null/log");
+    report relative;
+    check_log_file({{"log_path", {"~/log", 1}}}, relative);
+    expect(relative, 2, "-> write it from the root");
+    report written;
+    const temporary_directory directory;
+    check_log_file({{"log_path", {directory.path, 1}}}, written);
+    expect(written, 0, geteuid() == 0 ? "(looked at as root: another user" : "/csi_receiver.log");
 }
 
 TEST(doctor, asks_the_peers_and_leaves_them_as_they_were) {

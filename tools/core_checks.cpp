@@ -19,6 +19,10 @@ constexpr csi_receiver::attempt_timeouts timeouts_ms = {csi_receiver::core_reque
                                                         csi_receiver::core_request_timeout_ms};
 constexpr microseconds first_timeout = std::chrono::milliseconds(timeouts_ms[0]);
 
+constexpr const char* passes_it_over =
+    "passes it over; if it stays so until the daemon starts, and no other interface is in mode ap, "
+    "the server is told an empty driver and SSID, and 0 chains";
+
 struct timed_reply {
     std::optional<std::string> text;
     microseconds took;
@@ -38,16 +42,26 @@ std::string in_ms(microseconds time) {
 
 std::string no_object(const std::string& reply) {
     return reply.size() == csi_receiver::udp_client::receive_buffer_size
-               ? "is longer than the 4096 bytes that the daemon reads"
+               ? "does not fit the 4096 bytes that the daemon reads"
                : "is no JSON object: " + quoted(reply.substr(0, 60));
+}
+
+std::string no_object_remedy(const std::string& reply) {
+    return reply.size() == csi_receiver::udp_client::receive_buffer_size
+               ? "the core service must answer in less than 4096 bytes"
+               : "check that it is a core service which listens on UDP port 14310";
 }
 
 /// True when there is a reply; the finding otherwise says why not.
 bool has_reply(const timed_reply& reply, const std::string& where, const std::string& effect,
                report& to) {
     if (!reply.text) {
-        to.fail(where, "the system knows no way to this address; " + effect,
-                "check the address in the routing, and this machine's network (ip route)");
+        to.fail(
+            where,
+            "the system knows no way to this address; the daemon gives no line in its log about "
+            "it; " +
+                effect,
+            "check the address in the routing, and this machine's network (ip route)");
     } else if (reply.text->empty() && reply.took < first_timeout) {
         to.fail(where, "nothing listens on UDP port 14310; " + effect,
                 "start the core service there, or correct the address in the routing");
@@ -69,7 +83,7 @@ bool check_ping(const std::string& address, bool is_last, const std::string& whe
     const json::document answer = json::parse(*reply.text);
     if (!answer.IsObject()) {
         to.fail(where, "its answer to a ping " + no_object(*reply.text) + "; " + effect,
-                "check that it is a core service which listens on UDP port 14310");
+                no_object_remedy(*reply.text));
         return false;
     }
     if (json::find(answer, "ping") == nullptr) {
@@ -122,7 +136,9 @@ void judge(const csi_receiver::interface_info& info, const std::string& where, r
                               std::to_string(info.antennas) + " antennas, SSID " +
                               quoted(info.ssid);
     if (info.iftype.empty()) {
-        to.warn(where, "the core service tells no mode of it, so the daemon passes it over",
+        to.warn(where,
+                std::string("the core service tells no mode of it, so the daemon ") +
+                    passes_it_over,
                 "check the interface's name in the routing, and that the radio is up; a core "
                 "service that knows it only when the daemon has started is in order");
     } else if (info.iftype != "ap") {
@@ -149,8 +165,8 @@ std::string info_request(const std::string& ifname) {
 void check_info_reply(const std::string& reply, const std::string& where, report& to) {
     const json::document answer = json::parse(reply);
     if (!answer.IsObject()) {
-        to.fail(where, "the answer about it " + no_object(reply) + "; the daemon passes it over",
-                "check that it is a core service which listens on UDP port 14310");
+        to.fail(where, "the answer about it " + no_object(reply) + "; the daemon " + passes_it_over,
+                no_object_remedy(reply));
         return;
     }
     csi_receiver::interface_info info;
@@ -172,7 +188,7 @@ void check_core_service(const csi_receiver::zorvin_entry& zorvin, bool is_last, 
     for (const std::string& ifname : zorvin.interfaces) {
         const std::string at = where + ", " + printable(ifname);
         const timed_reply reply = ask_core(zorvin.address, info_request(ifname));
-        if (has_reply(reply, at, "the daemon passes this interface over", to)) {
+        if (has_reply(reply, at, std::string("the daemon ") + passes_it_over, to)) {
             check_info_reply(*reply.text, at, to);
         }
     }

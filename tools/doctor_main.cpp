@@ -6,8 +6,10 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +23,7 @@
 namespace {
 
 constexpr int exit_usage = 2;
+constexpr int exit_unwritable = 2;
 constexpr const char* usage =
     "usage: csi_doctor CONF [--offline] [--json] [--color auto|always|never]\n";
 constexpr const char* help =
@@ -29,8 +32,8 @@ constexpr const char* help =
     "  --offline  do not ask core services, fusion daemon and REST server\n"
     "  --json     print an array of objects {\"level\",\"where\",\"what\",\"do\"}\n"
     "  --color    of the words ok, warn and FAIL; auto: on a terminal\n\n"
-    "Run it as the user that runs the daemon. Exit status: 0 all is well, 1 warnings, 2 failures\n"
-    "or wrong usage.\n";
+    "Run it as the user that runs the daemon. Exit status: 0 all is well, 1 warnings, 2 failures,\n"
+    "wrong usage, or no way to print.";
 
 struct options {
     std::string path;
@@ -42,6 +45,7 @@ struct options {
 
 /// Nothing when the arguments are wrong.
 std::optional<options> parse_arguments(const std::vector<std::string>& arguments) {
+    constexpr std::string_view color_is = "--color=";
     options given;
     for (std::size_t at = 0; at < arguments.size(); ++at) {
         const std::string& argument = arguments[at];
@@ -53,6 +57,8 @@ std::optional<options> parse_arguments(const std::vector<std::string>& arguments
             given.help = true;
         } else if (argument == "--color" && at + 1 < arguments.size()) {
             given.color = arguments[++at];
+        } else if (argument.compare(0, color_is.size(), color_is) == 0) {
+            given.color = argument.substr(color_is.size());
         } else if (argument.empty() || argument.front() == '-' || !given.path.empty()) {
             return std::nullopt;
         } else {
@@ -62,6 +68,16 @@ std::optional<options> parse_arguments(const std::vector<std::string>& arguments
     const bool known = given.color == "auto" || given.color == "always" || given.color == "never";
     const bool complete = given.help || !given.path.empty();
     return known && complete ? std::optional<options>(given) : std::nullopt;
+}
+
+/// Root reads a file whatever its rights say, so that these say nothing about the daemon's user.
+void check_rights(mode_t mode, const std::string& path, csi_doctor::report& to) {
+    if (geteuid() == 0 && S_ISREG(mode) && (mode & S_IROTH) == 0) {
+        to.warn("file",
+                "others than root may have no right to read " + csi_doctor::quoted(path) +
+                    ", and the service runs as another user",
+                "chmod a+r " + csi_doctor::printable(path));
+    }
 }
 
 /// Nothing, with a finding, when the daemon could not read the file, either.
@@ -85,7 +101,19 @@ std::optional<std::string> read_file(const std::string& path, csi_doctor::report
     if (file.peek() != std::ifstream::traits_type::eof()) {
         text << file.rdbuf();
     }
+    check_rights(status.st_mode, path, to);
     return text.str();
+}
+
+/// Sends it off at once; false when that does not work.
+bool print(const std::string& line) {
+    std::cout << line << std::endl;
+    return std::cout.good();
+}
+
+int say_unwritable() {
+    std::cerr << "csi_doctor: standard output cannot be written\n";
+    return exit_unwritable;
 }
 
 void examine(const options& given, csi_doctor::report& to) {
@@ -108,16 +136,15 @@ void examine(const options& given, csi_doctor::report& to) {
 int run(const options& given) {
     const bool color =
         given.color == "always" || (given.color == "auto" && isatty(STDOUT_FILENO) == 1);
+    bool printed = true;
     csi_doctor::report found([&](const csi_doctor::finding& one) {
-        if (!given.json) {
-            std::cout << csi_doctor::to_line(one, color) << std::endl;
-        }
+        printed = (given.json || print(csi_doctor::to_line(one, color))) && printed;
     });
     examine(given, found);
-    if (given.json) {
-        std::cout << csi_doctor::to_json(found.all()) << std::endl;
-    }
-    return found.exit_status();
+    printed = print(given.json ? csi_doctor::to_json(found.all())
+                               : csi_doctor::to_summary(found.all())) &&
+              printed;
+    return printed ? found.exit_status() : say_unwritable();
 }
 
 } // namespace
@@ -129,9 +156,12 @@ int main(int argc, char* argv[]) {
         std::cerr << usage;
         return exit_usage;
     }
+    // A file or a peer's socket must not take its place, and get the findings.
+    if (fcntl(STDOUT_FILENO, F_GETFD) == -1) {
+        return say_unwritable();
+    }
     if (given->help) {
-        std::cout << usage << help;
-        return 0;
+        return print(std::string(usage) + help) ? 0 : say_unwritable();
     }
     return run(*given);
 }

@@ -16,6 +16,14 @@ std::string_view color_of(level severity) {
     return severity == level::ok ? "\x1b[32m" : severity == level::warn ? "\x1b[33m" : "\x1b[1;31m";
 }
 
+/// "1 warning", "2 warnings"; empty for none.
+std::string count_of(const std::vector<finding>& from, level severity, const std::string& noun) {
+    const auto number = std::count_if(from.begin(), from.end(), [severity](const finding& one) {
+        return one.severity == severity;
+    });
+    return number == 0 ? "" : std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 } // namespace
 
 void report::ok(std::string where, std::string what) {
@@ -73,6 +81,14 @@ std::string to_line(const finding& from, bool color) {
     }
     return name + "  " + from.where + ": " + from.what +
            (from.remedy.empty() ? "" : " -> " + from.remedy);
+}
+
+std::string to_summary(const std::vector<finding>& from) {
+    const std::string failures = count_of(from, level::fail, "failure");
+    const std::string warnings = count_of(from, level::warn, "warning");
+    const char* joint = failures.empty() || warnings.empty() ? "" : ", ";
+    const std::string both = failures + joint + warnings;
+    return both.empty() ? "all is well" : both;
 }
 
 std::string to_json(const std::vector<finding>& from) {

@@ -52,6 +52,9 @@ private:
 /// One line without a line end.
 [[nodiscard]] std::string to_line(const finding& from, bool color);
 
+/// "2 failures, 1 warning", or "all is well".
+[[nodiscard]] std::string to_summary(const std::vector<finding>& from);
+
 /// An array of objects {"level","where","what","do"}.
 [[nodiscard]] std::string to_json(const std::vector<finding>& from);
 

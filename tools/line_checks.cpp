@@ -2,21 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 #include <sstream>
-#include <string_view>
-#include <vector>
 
 #include "daemon/configuration.h"
 #include "platform/utilities.h"
+#include "tools/key_guess.h"
+#include "tools/text_checks.h"
 
 namespace csi_doctor {
 namespace {
 
-constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
-constexpr std::array<const char*, 9> known_keys = {"zorvin_uuid", "server", "routing",
-                                                   "http_port",   "api",    "fusion",
-                                                   "csi_file",    "log",    "log_path"};
 constexpr std::array<const char*, 3> own_keys = {"version", "file", "execname"};
 const struct {
     const char* key;
@@ -30,38 +25,6 @@ const struct {
 template<class list>
 bool contains(const list& keys, const std::string& key) {
     return std::find(keys.begin(), keys.end(), key) != keys.end();
-}
-
-/// How many characters must be added, removed or changed to make the one from the other.
-std::size_t edit_distance(const std::string& from, const std::string& to) {
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < from.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (std::size_t j = 0; j < to.size(); ++j) {
-            const std::size_t changed = diagonal + (from[i] == to[j] ? 0U : 1U);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
-}
-
-std::string likely_meant(const std::string& key) {
-    const auto distance = [&key](const char* known) { return edit_distance(key, known); };
-    std::string nearest =
-        *std::min_element(known_keys.begin(), known_keys.end(),
-                          [&](const char* a, const char* b) { return distance(a) < distance(b); });
-    if (edit_distance(key, nearest) * 2 <= nearest.size()) {
-        return nearest;
-    }
-    for (std::string known : known_keys) { // "uuid", "port": a part of the name
-        if (key.size() > 2 && known.find(key) != std::string::npos) {
-            return known;
-        }
-    }
-    return {};
 }
 
 std::string all_known_keys() {
@@ -82,11 +45,12 @@ void explain_unknown_key(const std::string& key, const std::string& where, repor
                     "; it has no effect",
                 "move the # into column one");
     } else if (contains(own_keys, key)) {
-        to.warn(where, "the daemon sets this key itself, whatever stands here", "delete the line");
+        to.warn(where, "the daemon sets this key itself, whatever stands here",
+                "delete the line, or write one of the keys " + all_known_keys());
     } else {
         const std::string meant = likely_meant(key);
         to.warn(where, "the daemon does not know the key " + quoted(key) + " and ignores the line",
-                meant.empty() ? "delete the line; the keys are " + all_known_keys()
+                meant.empty() ? "write one of the keys " + all_known_keys() + ", or delete the line"
                               : "write " + meant + " if you meant that");
     }
 }
@@ -169,9 +133,8 @@ std::string place(std::size_t line, const std::string& key) {
 }
 
 settings check_lines(const std::string& text, report& to) {
-    if (text.compare(0, byte_order_mark.size(), byte_order_mark) == 0) {
-        to.warn("line 1", "the file begins with a byte order mark, which spoils the first line",
-                "save the file as UTF-8 without a byte order mark, or as ASCII");
+    if (!check_plain_text(text, to)) {
+        return {};
     }
     settings taken;
     std::istringstream stream(text);

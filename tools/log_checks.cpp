@@ -12,6 +12,17 @@
 namespace csi_doctor {
 namespace {
 
+/// What to do, as long as the path does not depend on where the daemon works: else nothing done
+/// here would mend it.
+std::string remedy_at(const std::string& path, const std::string& remedy) {
+    return path.front() == '/' ? remedy : "write it from the root: log_path=/...";
+}
+
+/// Root may do everything, and so finds out nothing about others.
+std::string looked_at_as() {
+    return geteuid() == 0 ? " (looked at as root: another user may have no right to)" : "";
+}
+
 constexpr const char* lost = ": the lines of the log are lost silently";
 
 bool is_directory(const std::string& path) {
@@ -24,29 +35,21 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &status) == 0;
 }
 
-/// The directory that holds the path's last part.
-std::string parent_of(std::string path) {
-    while (path.size() > 1 && path.back() == '/') {
-        path.pop_back();
-    }
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-}
-
 void check_missing_directory(const std::string& directory, const std::string& where, report& to) {
-    const std::string parent = parent_of(directory);
+    const std::string parent = parent_directory(directory);
     if (!is_directory(parent)) {
         to.fail(where,
                 quoted(directory) + " cannot be made, because " + quoted(parent) +
                     " is no directory" + lost,
-                "mkdir -p " + printable(directory));
+                remedy_at(directory, "mkdir -p " + printable(directory)));
     } else if (access(parent.c_str(), W_OK | X_OK) != 0) {
         to.fail(where,
                 quoted(directory) + " cannot be made in " + quoted(parent) + ": " +
                     std::strerror(errno) + lost,
-                "make it for the user that runs the daemon, or run this as that user");
+                remedy_at(directory,
+                          "make it for the user that runs the daemon, or run this as that user"));
     } else {
-        to.ok(where, quoted(directory) + " is missing; the daemon makes it");
+        to.ok(where, quoted(directory) + " is missing; the daemon makes it" + looked_at_as());
     }
 }
 
@@ -57,7 +60,7 @@ void check_file(const std::string& file, const std::string& where, report& to) {
         to.fail(where, quoted(file) + ": " + std::strerror(errno) + lost,
                 "let the user that runs the daemon write it, or run this as that user");
     } else {
-        to.ok(where, "the log goes to " + quoted(file));
+        to.ok(where, "the log goes to " + quoted(file) + looked_at_as());
     }
 }
 

@@ -3,14 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
 
-#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include "client/fusion.h"
@@ -18,7 +15,8 @@
 #include "platform/utilities.h"
 #include "tools/core_checks.h"
 #include "tools/routing_checks.h"
-#include "tools/value_checks.h"
+#include "tools/server_checks.h"
+#include "tools/socket_list.h"
 
 namespace csi_doctor {
 namespace {
@@ -42,13 +40,6 @@ void check_core_services(const settings& from, report& to) {
     }
 }
 
-/// How the kernel's list of sockets writes an address of this machine and the port.
-std::string listed(std::uint32_t address, std::uint16_t port) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%08X:%04X", unsigned{htonl(address)}, unsigned{port});
-    return text.data();
-}
-
 /// The daemon's peer takes any datagram for a command, so that it is not asked: the kernel is.
 void check_fusion_daemon(report& to) {
     std::ifstream sockets("/proc/net/udp");
@@ -62,12 +53,9 @@ void check_fusion_daemon(report& to) {
     }
     std::ifstream dual("/proc/net/udp6"); // a socket for IPv6 takes IPv4 datagrams, too
     list << dual.rdbuf();
-    const std::string all = list.str();
-    for (const std::uint32_t address : {INADDR_LOOPBACK, INADDR_ANY}) {
-        if (all.find(listed(address, csi_receiver::fusion_port)) != std::string::npos) {
-            to.ok("fusion daemon", "something listens on UDP port " + port);
-            return;
-        }
+    if (hears_loopback(list.str(), csi_receiver::fusion_port)) {
+        to.ok("fusion daemon", "something listens on UDP port " + port);
+        return;
     }
     to.fail("fusion daemon",
             "nothing listens on 127.0.0.1 UDP port " + port +
@@ -120,7 +108,8 @@ void check_server_port(const std::string& server, const std::string& port_text, 
         curl_easy_getinfo(handle.get(), CURLINFO_PRIMARY_IP, &address);
         curl_easy_getinfo(handle.get(), CURLINFO_PRIMARY_PORT, &real_port);
         to.ok(where, std::string("accepts a TCP connection at ") + address + " port " +
-                         std::to_string(real_port) + "; nothing was requested");
+                         std::to_string(real_port) +
+                         "; nothing was requested, so whether it answers requests is not known");
         return;
     }
     const std::string detail = error[0] != '\0' ? error.data() : curl_easy_strerror(result);
@@ -129,7 +118,7 @@ void check_server_port(const std::string& server, const std::string& port_text, 
 
 void check_server(const settings& from, report& to) {
     const std::string server = value_of(from, "server");
-    if (server.empty() || !server_fault(server).empty()) {
+    if (server.empty() || judge_server(server).severity == level::fail) {
         return; // told already
     }
     const std::string port = value_of(from, "http_port");

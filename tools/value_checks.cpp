@@ -5,12 +5,13 @@
 #include <string_view>
 
 #include "platform/utilities.h"
+#include "tools/identity.h"
+#include "tools/server_checks.h"
 
 namespace csi_doctor {
 namespace {
 
 constexpr std::string_view decimal_digits = "0123456789";
-constexpr std::string_view hexadecimal_digits = "0123456789abcdefABCDEF";
 
 bool is_one_of(const std::string& value, std::initializer_list<const char*> words) {
     return std::find(words.begin(), words.end(), value) != words.end();
@@ -20,31 +21,33 @@ bool consists_of(const std::string& text, std::string_view characters) {
     return !text.empty() && text.find_first_not_of(characters) == std::string::npos;
 }
 
-bool starts_with(const std::string& text, std::string_view start) {
-    return text.compare(0, start.size(), start) == 0;
-}
-
 void check_uuid(const std::string& value, const std::string& where, report& to) {
-    const std::string fault = identifier_fault(value);
-    if (fault.empty()) {
-        std::string decimal = value;
-        csi_receiver::hex_id_to_decimal(decimal);
-        to.ok(where, "the server knows this access point as " + decimal);
-    } else if (consists_of(value, decimal_digits)) {
-        to.warn(where, quoted(value) + " " + fault, identifier_remedy);
+    const identity id = read_identity(value);
+    if (id.fault.empty()) {
+        to.ok(where, "the server knows this access point as " + id.text);
+        return;
+    }
+    const std::string effect = id.text == id.number ? ": the server is told " + id.number
+                                                    : ": messages say " + id.number +
+                                                          ", the URL says " + printable(id.text);
+    const std::string what = quoted(value) + " " + id.fault + effect;
+    if (id.leading_zeros) {
+        to.warn(where, what, identity_remedy);
     } else {
-        to.fail(where, quoted(value) + " " + fault, identifier_remedy);
+        to.fail(where, what, identity_remedy);
     }
 }
 
 void check_server(const std::string& value, const std::string& where, report& to) {
-    const std::string fault = server_fault(value);
-    if (!fault.empty()) {
-        to.fail(where, quoted(value) + " " + fault + ": every request fails",
-                "write only the host name or the address; the port goes into http_port");
-        return;
+    const finding found = judge_server(value);
+    const std::string what = quoted(value) + " " + found.what;
+    if (found.severity == level::ok) {
+        to.ok(where, "the REST server is " + quoted(value));
+    } else if (found.severity == level::warn) {
+        to.warn(where, what, found.remedy);
+    } else {
+        to.fail(where, what, found.remedy);
     }
-    to.ok(where, "the REST server is " + quoted(value));
 }
 
 void check_http_port(const std::string& value, const std::string& where, report& to) {
@@ -118,6 +121,13 @@ void check_log_path(const std::string& value, const std::string& where, report& 
         to.warn(where, quoted(value) + " counts from where the daemon works, with -D from /",
                 "write it from the root: log_path=/...");
     }
+    const std::string directory = value.substr(0, value.find_last_not_of('/') + 1);
+    constexpr std::string_view ending = ".log";
+    if (directory.size() > ending.size() &&
+        directory.compare(directory.size() - ending.size(), ending.size(), ending) == 0) {
+        to.warn(where, "log_path is a directory; the file in it is csi_receiver.log",
+                "write the directory alone: log_path=" + printable(parent_directory(directory)));
+    }
 }
 
 const struct {
@@ -131,55 +141,12 @@ const struct {
 
 } // namespace
 
-std::string identifier_fault(const std::string& id) {
-    if (starts_with(id, "0X")) {
-        return "is not taken for hexadecimal, because the X is in upper case";
+std::string parent_directory(std::string path) {
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
     }
-    const bool hexadecimal = starts_with(id, "0x");
-    const std::string digits = hexadecimal ? id.substr(2) : id;
-    std::string decimal = id;
-    csi_receiver::hex_id_to_decimal(decimal);
-    const std::string sent = std::to_string(csi_receiver::parse_decimal(decimal));
-    if (!consists_of(digits, hexadecimal ? hexadecimal_digits : decimal_digits)) {
-        const bool blank = id.find_first_of(" \t") != std::string::npos;
-        return (blank ? "has a blank in it: the server is told "
-                      : "is no number: the server is told ") +
-               sent;
-    }
-    const std::string significant =
-        digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
-    if (hexadecimal ? significant.size() > 16 : sent != significant) {
-        return "does not fit 64 bits: the server is told " + sent;
-    }
-    if (!hexadecimal && significant != digits) {
-        return "has leading zeros: the server says " + sent + ", which is not the same text";
-    }
-    return {};
-}
-
-std::string server_fault(const std::string& server) {
-    if (starts_with(server, "https://")) {
-        return "has a scheme, and the daemon speaks only plain HTTP";
-    }
-    if (server.find("://") != std::string::npos) {
-        return "has a scheme";
-    }
-    if (server.find_first_of(" \t") != std::string::npos) {
-        return "has a blank in it";
-    }
-    if (server.find('/') != std::string::npos) {
-        return "has a path";
-    }
-    const bool bracketed = server.front() == '[' && server.back() == ']';
-    const auto colons = std::count(server.begin(), server.end(), ':');
-    if (!bracketed && colons > 0) {
-        return colons == 1 ? "has a port" : "looks like IPv6, which needs brackets around it";
-    }
-    const bool odd = std::any_of(server.begin(), server.end(), [](char c) {
-        return c <= ' ' || c > '~' ||
-               std::string_view("?@\\\"'<>,;&%").find(c) != std::string_view::npos;
-    });
-    return odd && !bracketed ? "has a character that no host name has" : "";
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }
 
 bool logs_to_file(const settings& from) {

@@ -11,16 +11,8 @@ namespace csi_doctor {
 /// All keys but "routing", each if it is there. Looks at nothing but the values.
 void check_values(const settings& from, report& to);
 
-/// What is wrong with an identity, as a clause about it; empty when nothing is.
-[[nodiscard]] std::string identifier_fault(const std::string& id);
-
-/// What to do about that.
-constexpr const char* identifier_remedy =
-    "write a number of up to 64 bits: decimal without leading zeros, or hexadecimal with 0x in "
-    "lower case";
-
-/// What is wrong with the server's name, apart from whether it exists; empty when nothing is.
-[[nodiscard]] std::string server_fault(const std::string& server);
+/// The directory that holds the path's last part.
+[[nodiscard]] std::string parent_directory(std::string path);
 
 /// Whether the log goes to a file and not to standard output.
 [[nodiscard]] bool logs_to_file(const settings& from);
