@@ -9,7 +9,6 @@
 namespace csi_lab {
 namespace {
 
-constexpr std::chrono::milliseconds period(250);
 constexpr std::size_t fewest_samples = 40;
 
 // The main thread; the C library's own for timers; one that carries out a look of the scan, and
@@ -49,17 +48,18 @@ std::string one_decimal(double number) {
 
 } // namespace
 
-void soak_watch::step(const soak_daemon& daemon, std::size_t posts) {
+bool soak_watch::step(const soak_daemon& daemon, std::size_t posts) {
     const soak_clock::time_point now = soak_clock::now();
     if (now < due_) {
-        return;
+        return false;
     }
-    due_ = now + period;
+    due_ = now + period_;
     const soak_daemon::resources seen = daemon.look();
     if (seen.anonymous > 0) { // Nothing is seen of a process that has ended.
         samples_.push_back({static_cast<double>(posts), static_cast<double>(seen.anonymous),
                             seen.descriptors, seen.threads});
     }
+    return true;
 }
 
 soak_watch::range soak_watch::range_of(member what, std::size_t begin, std::size_t end) const {

@@ -4,6 +4,7 @@
 #include "lab/soak_daemon.h"
 #include "lab/soak_report.h"
 
+#include <chrono>
 #include <cstddef>
 #include <vector>
 
@@ -12,11 +13,14 @@ namespace csi_lab {
 /// For one thread.
 class soak_watch {
 public:
-    explicit soak_watch(soak_report& report)
-        : report_(report) {}
+    /// Looks at the daemon once in so many milliseconds.
+    explicit soak_watch(soak_report& report,
+                        std::chrono::milliseconds period = std::chrono::milliseconds(250))
+        : report_(report)
+        , period_(period) {}
 
-    /// Looks at the daemon if the last look was long enough ago.
-    void step(const soak_daemon& daemon, std::size_t posts);
+    /// Looks at the daemon if the last look was long enough ago; false if it was not.
+    bool step(const soak_daemon& daemon, std::size_t posts);
 
     /// Checks all that was seen and adds the figures.
     void judge();
@@ -39,6 +43,7 @@ private:
     void judge_memory();
 
     soak_report& report_;
+    std::chrono::milliseconds period_;
     soak_clock::time_point due_;
     std::vector<sample> samples_;
 };

@@ -167,6 +167,27 @@ TEST_F(client, a_signal_ends_the_wait_for_core_services) {
     EXPECT_GE(count_line(lines, R"(127.0.0.1: failed to send {"ping":null})"), 1U);
 }
 
+TEST_F(client, the_log_stays_small_while_core_services_are_waited_for) {
+    temporary_directory directory;
+    core.stop();
+    settings.erase("log");
+    settings["log_path"] = directory.path;
+    settings["execname"] = "x";
+    {
+        running_client run(settings);
+        const auto is_there = [&](const std::string& file) { // no reader is in the client's way
+            std::error_code absent;
+            return std::filesystem::file_size(directory.path + file, absent) > 0 && !absent;
+        };
+        ASSERT_TRUE(wait_until([&] { return is_there("/x.log"); }, bound));
+        print(std::string(static_cast<std::size_t>(log_size_limit), '.')); // days of waiting
+        EXPECT_TRUE(wait_until([&] { return is_there("/x.log.1") && is_there("/x.log"); }, bound));
+    }
+    EXPECT_NE(directory.read("x.log.1").find("failed to send"), std::string::npos);
+    EXPECT_NE(directory.read("x.log").find("] log rotated\n"), std::string::npos);
+    log_out.close();
+}
+
 TEST_F(client, attaches_with_what_the_last_access_point_tells) {
     csi_lab::interface_facts other{3, 2, "ath9k", "", "ap", "other"};
     csi_lab::interface_facts unknown;
@@ -211,6 +232,7 @@ TEST_F(client, attaches_with_what_the_last_access_point_tells) {
 TEST_F(client, version_three_attaches_at_the_message_url) {
     settings["api"] = "v3";
     settings["fusion"] = "yes";
+    settings["csi_file"] = "/tmp/csi";
     settings["http_port"] = "0"; // replaced below, once the server of that version is there
     csi_lab::rest_server_options options;
     options.api = "v3";
@@ -219,6 +241,9 @@ TEST_F(client, version_three_attaches_at_the_message_url) {
     captured_output output;
     running_client run(settings);
     ASSERT_TRUE(third.wait_for([](const auto& requests) { return requests.size() > 2; }, bound));
+    run.signal(SIGTERM);
+    run.join();
+    EXPECT_EQ(count_line(output.lines(), "Saving CSI to /tmp/csi on zorvind 127.0.0.1"), 1U);
     const csi_lab::http_request attach = third.requests().front();
     EXPECT_EQ(attach.path, "/v3/zorvins/9001/msg");
     EXPECT_NE(attach.body.find(R"("driver":"ath10k","request":"zorvinAttach","zorvin":9001,)"),

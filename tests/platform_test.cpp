@@ -57,6 +57,8 @@ TEST(poll_set, takes_changes_and_removes_descriptors) {
     poll_set_add(set, 6, POLLOUT);
     ASSERT_EQ(set.records.size(), 3U);
     EXPECT_EQ(set.records[1].events, POLLOUT);
+    EXPECT_EQ(poll_set_modify(set, 5, POLLOUT), 0);
+    EXPECT_EQ(set.records[0].events, POLLOUT);
     EXPECT_EQ(poll_set_modify(set, 9, POLLIN), -1);
     EXPECT_EQ(errno, ENOENT);
     poll_set_remove(set, 9);
@@ -193,6 +195,9 @@ TEST(timer, first_delay_period_and_stop_by_false) {
     timer.start(0); // the first expiry is one period away
     ASSERT_TRUE(wait_until([&runs] { return runs == 4; }));
     EXPECT_GE(again.elapsed(), 200ms);
+    timer.start(100000);
+    EXPECT_EQ(timer.stop(), 0);
+    EXPECT_FALSE(wait_until([&runs] { return runs > 4; }, 300ms)) << "stop did not stop it";
 }
 
 TEST(timer, runs_never_overlap_and_finish_waits_for_the_last) {
