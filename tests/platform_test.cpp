@@ -70,6 +70,8 @@ TEST(poll_set, takes_changes_and_removes_descriptors) {
 TEST(poll_set, reports_one_event_per_condition) {
     pipe_pair pipe;
     poll_set set;
+    const pipe_pair quiet;
+    poll_set_add(set, quiet.ends[0], poll_readable);
     poll_set_add(set, pipe.ends[0], poll_readable);
     EXPECT_TRUE(poll_set_wait(set, 0).empty());
     ASSERT_EQ(write(pipe.ends[1], "x", 1), 1);
@@ -121,6 +123,9 @@ TEST(udp_client, fails_without_waiting) {
     udp_client nowhere("no address", 14310);
     EXPECT_EQ(nowhere.fd(), -1);
     EXPECT_EQ(nowhere.exchange("{}", 5000), "");
+    std::string kept = "kept";
+    EXPECT_FALSE(nowhere.send("{}") || nowhere.receive(kept));
+    EXPECT_EQ(kept, "kept");
     std::uint16_t free_port = bound_socket().port;
     udp_client refused("127.0.0.1", free_port);
     EXPECT_EQ(refused.exchange("{}", 5000), ""); // the refusal ends the wait
@@ -145,6 +150,8 @@ TEST(socket, addresses_and_options) {
     EXPECT_EQ(send_text_to(sender, "hello", directory.path + "/r", 0, 0), 5);
     std::vector<char> buffer(64);
     std::string from;
+    EXPECT_EQ(set_blocking(sender, false), 0);
+    EXPECT_EQ(recv_from(sender, buffer, from, nullptr), -1); // at once: there is nothing
     EXPECT_EQ(recv_from(receiver, buffer, from, nullptr), 5);
     EXPECT_EQ(from, directory.path + "/s");
     close(receiver);
@@ -152,6 +159,7 @@ TEST(socket, addresses_and_options) {
 
     EXPECT_EQ(bind_device(-1, AF_PACKET, 3, "lo"), 1);
     EXPECT_EQ(interface_running("nothing0"), -1);
+    EXPECT_EQ(interface_running("lo"), 1);
     EXPECT_EQ(set_blocking(-1, true), -1);
 }
 
