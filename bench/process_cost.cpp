@@ -21,8 +21,8 @@ constexpr int rounds = 3;
 constexpr int series = 8; // of commands, in a round; short, so that neighbours have like conditions
 constexpr std::size_t commands = 50;
 // The daemon scans at its start and then every 30 s: not in the first span, once in the second.
-constexpr int still_seconds = 1;
-constexpr int scan_seconds = 2;
+constexpr int still_seconds = 20;
+constexpr int scan_seconds = 30;
 
 class contestant {
 public:
@@ -55,16 +55,13 @@ private:
     double cpu_before_ = 0;
 };
 
-/// Daemon, bare program and the bare program without the daemon's turns, and the core service that
-/// the daemon needs.
+/// The daemon, one whose log goes nowhere, the bare program, the bare program without the daemon's
+/// turns, and the core service that the daemons need.
 class contest {
 public:
     contest() {
-        const std::string conf = directory_ + "/conf";
-        std::ofstream(conf) << "zorvin_uuid=9001\nserver=127.0.0.1\nhttp_port=" << daemon_.port()
-                            << "\nlog_path=" << directory_
-                            << "\nrouting=101:127.0.0.1:wlan0:0A0000000101\n";
-        daemon_.runs({CSI_RECEIVER_BINARY, conf});
+        daemon_.runs({CSI_RECEIVER_BINARY, configuration(daemon_.port(), "true")});
+        mute_.runs({CSI_RECEIVER_BINARY, configuration(mute_.port(), "no")});
         bare_.runs({CSI_BENCH_BARE_BINARY, bare_.port(), "turns"});
         sleeper_.runs({CSI_BENCH_BARE_BINARY, sleeper_.port(), "sleep"});
     }
@@ -89,6 +86,8 @@ public:
         using of = contestant;
         csi_bench::print_head("The process: the floor is a bare program that asks the same");
         compare("CPU of a command", "ns", &of::command, {1.2, 0}, bare_);
+        csi_bench::print_row("  with its log to /dev/null", "ns", mute_.command, bare_.command,
+                             {1.2, 0});
         compare("CPU of an idle second", "ns", &of::still, {1.1, 0}, bare_);
         compare("  with a quiet scan every 30 s", "ns", &of::scanning, {}, bare_);
         compare("  against a floor without turns", "ns", &of::still, {}, sleeper_);
@@ -130,6 +129,14 @@ private:
         }
     }
 
+    /// Writes one with "log" set so, and returns its path.
+    [[nodiscard]] std::string configuration(const std::string& port, const char* log) const {
+        std::string path = directory_ + "/conf_" + log;
+        std::ofstream(path) << "zorvin_uuid=9001\nserver=127.0.0.1\nhttp_port=" << port
+                            << "\nlog=" << log << "\nlog_path=" << directory_
+                            << "\nrouting=101:127.0.0.1:wlan0:0A0000000101\n";
+        return path;
+    }
     static std::string make_directory() {
         std::string pattern = std::filesystem::temp_directory_path() / "csi_bench_XXXXXX";
         return mkdtemp(pattern.data());
@@ -145,9 +152,10 @@ private:
     csi_lab::core_service core_{journal_, "127.0.0.1", quick_radio()};
 
     contestant daemon_{journal_, 3}; // posts attach, reply, and what the first scan has found
+    contestant mute_{journal_, 3};   // standard output is /dev/null
     contestant bare_{journal_, 2};   // attach and reply
     contestant sleeper_{journal_, 2};
-    const std::vector<contestant*> all_{&daemon_, &bare_, &sleeper_};
+    const std::vector<contestant*> all_{&daemon_, &mute_, &bare_, &sleeper_};
 };
 
 } // namespace
