@@ -6,9 +6,7 @@
 #include <optional>
 #include <thread>
 
-#include "core/core_request.h"
 #include "core/interface_commands.h"
-#include "core/requests.h"
 #include "daemon/log.h"
 #include "daemon/signals.h"
 #include "platform/utilities.h"
@@ -160,12 +158,7 @@ bool zorvin_client::check_interfaces(const zorvin_entry& zorvin) {
 }
 
 void zorvin_client::save_csi(const zorvin_entry& zorvin, const std::string& filename) {
-    json::document request = make_request("save_csi");
-    json::set(request, "enable", json::value(true), request.GetAllocator());
-    json::set(request, "filename", filename, request.GetAllocator());
-    const json::document reply = core_request(zorvin.address, request);
-    const json::value* success = reply.IsObject() ? json::find(reply, "success") : nullptr;
-    if (success != nullptr && success->IsTrue()) {
+    if (core_save_csi(zorvin.address, filename)) {
         log_prefix() << "Saving CSI to " << filename << " on zorvind " << zorvin.address;
     } else {
         log_prefix() << "Save CSI error for zorvin at " << zorvin.address;

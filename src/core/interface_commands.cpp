@@ -74,6 +74,15 @@ interface_info core_interface_info(const std::string& address, const std::string
     return info;
 }
 
+bool core_save_csi(const std::string& address, const std::string& filename) {
+    json::document request = make_request("save_csi");
+    json::set(request, "enable", json::value(true), request.GetAllocator());
+    json::set(request, "filename", filename, request.GetAllocator());
+    const json::document reply = core_request(address, request);
+    const json::value* success = reply.IsObject() ? json::find(reply, "success") : nullptr;
+    return success != nullptr && success->IsTrue();
+}
+
 void add_interfaces(const zorvin_entry& zorvin) {
     for (const std::string& ifname : zorvin.interfaces) {
         core_add_interface(zorvin.address, ifname);

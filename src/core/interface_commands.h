@@ -38,6 +38,10 @@ bool core_del_interface(const std::string& address, const std::string& ifname);
 [[nodiscard]] interface_info core_interface_info(const std::string& address,
                                                  const std::string& ifname);
 
+/// Asks to save the CSI that is captured to the file; true when it says success. The one reply of
+/// which any type is taken.
+[[nodiscard]] bool core_save_csi(const std::string& address, const std::string& filename);
+
 /// Adds all interfaces of the entry, in order; failures are ignored.
 void add_interfaces(const zorvin_entry& zorvin);
 

@@ -15,9 +15,9 @@ namespace csi_receiver {
 /// How long each attempt waits for a reply, in ms.
 using attempt_timeouts = std::array<int, 2>;
 
-/// Sends the text as one datagram, and once more when no reply comes, from a fresh port. Nothing
-/// when there is no socket to the address; an empty reply when none came. A reply that comes late
-/// is taken for the second attempt's: both carry the same request.
+/// Sends the text as one datagram from a fresh port, and once more from the same when no reply
+/// comes. Nothing when there is no socket to the address; an empty reply when none came. A reply
+/// that comes late is taken for the second attempt's: both carry the same request.
 [[nodiscard]] std::optional<std::string> ask(const std::string& address, std::uint16_t port,
                                              const std::string& text,
                                              const attempt_timeouts& timeouts_ms);
