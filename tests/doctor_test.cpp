@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <optional>
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -63,10 +65,21 @@ TEST(doctor, configurations) {
         {"http_port=65536", 2, "silently uses port 80"},
         {"api=V3", 2, "write exactly v2 or v3"},
         {"fusion=Yes", 1, "only yes does"},
+        {"fusion=no", 0, "engines are not offered"},
+        {"csi_file=yes", 1, "save CSI into a file named \"yes\""},
+        {"csi_file=/tmp/a", 0, "save CSI into \"/tmp/a\""},
+        {"log=true", 0, "with -D, standard output stays open"},
+        {"http_port=80x", 1, "\"80x\" is taken as 80"},
+        {"api=v2#3", 1, "a # ends the value, which is only \"v2\""},
+        {"=v2", 1, "nothing stands before the \"=\""},
+        {"\xef\xbb\xbfserver=a", 1, "begins with a byte order mark"},
         {"server=http://a", 2, "has a scheme"},
         {"server=a:80", 2, "has a port: every request fails"},
         {"server=a:", 2, "has a colon at its end"},
         {"server=[::1]:80", 2, "has a port"},
+        {"server=a:b:c", 2, "has several colons"},
+        {"server=user@", 2, "has no host name"},
+        {"server=a b", 2, "has a blank in it"},
         {"server=a/b", 2, "has a path: requests go to another URL"},
         {"server=a?b", 2, "has a query: requests go to another URL"},
         {"server=user@a", 1, "has a user name"},
@@ -104,6 +117,12 @@ TEST(doctor, configurations) {
         {bot + ", ,2:127.0.0.1:w:020000000066", 1, "item 2: left out: there is nothing in"},
         {"routing=01:127.0.0.1:w:020000000065", 2, "the server is told 1, and no command"},
         {bot + ",0x65:127.0.0.1:w:020000000066", 1, "Bot \"101\" is routed twice"},
+        {bot + ",102:127.0.0.1:w:020000000065", 1, "hwaddr \"02:00:00:00:00:65\" is routed twice"},
+        {"routing=1x:127.0.0.1:w:020000000065", 2, "the id \"1x\" is no number"},
+        {"routing=18446744073709551615:127.0.0.1:w:020000000065", 0, "1 of 1 Bots taken"},
+        {"routing=1:127.0.0.1:w:020000000065;2:127.0.0.1:w:020000000066", 2,
+         "7 fields instead of 4"},
+        {"routing=1:127.0.0.1:phy0/ap0:020000000065", 1, "cannot be the name of a network"},
     };
     for (const auto& row : rows) {
         std::string text = row.lines;
@@ -127,6 +146,12 @@ TEST(doctor, text_that_is_none) {
     EXPECT_EQ(found.all().size(), 2U);
     EXPECT_TRUE(check_lines("#\na\0=b"s, found).empty());
     expect(found, 2, "line 2: has a NUL");
+}
+
+TEST(doctor, nothing_in_it) {
+    report found;
+    EXPECT_TRUE(check_lines("# server=a\n\nserver\n", found).empty());
+    expect(found, 2, "there is no line KEY=VALUE");
 }
 
 TEST(doctor, summary) {
@@ -174,17 +199,51 @@ TEST(doctor, replies_that_end_the_daemon) {
 }
 
 TEST(doctor, log_directory) {
-    report found;
-    check_log_file({{"log_path", {"/dev/null/log", 1}}}, found);
-    expect(found, 2, "\"/dev/null\" is no directory");
-    expect(found, 2, "-> mkdir -p /dev/null/log");
-    report relative;
-    check_log_file({{"log_path", {"~/log", 1}}}, relative);
-    expect(relative, 2, "-> write it from the root");
-    report written;
     const temporary_directory directory;
-    check_log_file({{"log_path", {directory.path, 1}}}, written);
-    expect(written, 0, geteuid() == 0 ? "(looked at as root: another user" : "/csi_receiver.log");
+    static_cast<void>(directory.write("file", ""));
+    std::filesystem::create_directories(directory.path + "/taken/csi_receiver.log");
+    const char* const as_root = "(looked at as root: another user";
+    const struct {
+        std::string path;
+        int status;
+        std::string words;
+    } rows[] = {
+        {"/dev/null/log", 2, "\"/dev/null\" is no directory"},
+        {"/dev/null/log", 2, "-> mkdir -p /dev/null/log"},
+        {"~/log", 2, "-> write it from the root"},
+        {directory.path + "/file", 2, "/file\" is no directory"},
+        {directory.path + "/taken", 2, "/csi_receiver.log\" is a directory"},
+        {directory.path + "/new", 0, "/new\" is missing; the daemon makes it"},
+        {directory.path + "/", 0, geteuid() == 0 ? as_root : directory.path + "/csi_receiver.log"},
+    };
+    for (const auto& row : rows) {
+        report found;
+        check_log_file({{"log_path", {row.path, 1}}}, found);
+        expect(found, row.status, row.words);
+        EXPECT_FALSE(std::filesystem::exists(directory.path + "/new"));
+    }
+    report elsewhere;
+    check_log_file({{"log", {"no", 1}}, {"log_path", {"/dev/null/log", 2}}}, elsewhere);
+    expect(elsewhere, 1, "has no effect");
+}
+
+TEST(doctor, pings_that_are_answered_wrongly) {
+    csi_lab::journal record(1000);
+    csi_lab::core_service core(record, "127.0.0.1");
+    csi_receiver::routing_table table;
+    read_routing("101:127.0.0.1:wlan0:020000000065", table);
+    const std::pair<const char*, const char*> rows[] = {
+        {"[1]", "its answer to a ping is no JSON object: \"[1]\"; the daemon waits for it"},
+        {R"({"pong":1})", "no member \"ping\""},
+    };
+    for (const auto& [reply, words] : rows) {
+        core.answer_with([reply = reply](const std::string& /*request*/) {
+            return std::optional(std::vector<std::string>{reply});
+        });
+        report found;
+        check_core_service(table.zorvins().front(), true, found);
+        expect(found, 2, words);
+    }
 }
 
 TEST(doctor, asks_the_peers_and_leaves_them_as_they_were) {

@@ -98,7 +98,7 @@ void check_csi_file(const std::string& value, const std::string& where, report& 
 
 void check_log(const std::string& value, const std::string& where, report& to) {
     if (value == "true") {
-        to.ok(where, "the log goes to a file");
+        to.ok(where, "the log goes to a file; with -D, standard output stays open as well");
     } else if (value == "yes") {
         to.warn(where,
                 "the log goes to standard output, and with -D it is lost: standard output is "
