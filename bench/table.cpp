@@ -16,8 +16,11 @@ struct figure {
 /// Of at least one value.
 figure summarise(std::vector<double> values) {
     std::sort(values.begin(), values.end());
-    const auto quartile = [&values](std::size_t number) {
-        return values[(values.size() - 1) * number / 4];
+    const auto quartile = [&values](std::size_t number) { // often between two of the values
+        const std::size_t quarters = (values.size() - 1) * number;
+        const double below = values[quarters / 4];
+        const double above = values[(quarters + 3) / 4];
+        return below + (above - below) * static_cast<double>(quarters % 4) / 4;
     };
     return {quartile(2), (quartile(3) - quartile(1)) / quartile(2) * 100};
 }
