@@ -33,6 +33,17 @@ installation_options lab_options() {
     return result;
 }
 
+/// A slow start leaves time to silence core services in its midst.
+enum class start { quick, slow };
+
+std::unique_ptr<installation> make_lab(journal& record, start pace) {
+    auto lab = std::make_unique<installation>(record, lab_options());
+    for (unsigned index = 0; pace == start::slow && index < lab_options().zorvins; ++index) {
+        lab->core(index).peer().set_delay(std::chrono::milliseconds(500));
+    }
+    return lab;
+}
+
 bool has(const message& what, const char* text) {
     return what.text.find(text) != std::string::npos;
 }
@@ -42,10 +53,12 @@ class stage {
 public:
     using condition = std::function<bool()>;
 
-    stage(const soak_options& options, const std::string& name, soak_report& report)
+    stage(const soak_options& options, const std::string& name, soak_report& report,
+          start pace = start::quick)
         : report_(report)
-        , lab_(std::make_unique<installation>(journal_, lab_options()))
-        , daemon_(options.daemon, options.folder + "/" + name, lab_->configuration())
+        , lab_(make_lab(journal_, pace))
+        , daemon_(options.daemon, options.folder + "/" + name,
+                  lab_->configuration() + (pace == start::slow ? "csi_file=/dev/null\n" : ""))
         , log_(daemon_.log_path(), report) {
         report_.say(name);
     }
@@ -126,6 +139,7 @@ struct timed_case {
     const char* meaning;
     seconds bound;
     soak_clock::duration (*measure)(stage&);
+    start pace = start::quick; // slow ones are measured in it, others when the daemon has attached
 };
 
 soak_clock::duration command_at_silent_server(stage& on) {
@@ -174,6 +188,13 @@ soak_clock::duration end_at_silent_core(stage& on) {
     return on.terminate();
 }
 
+soak_clock::duration end_of_start_at_silent_core(stage& on) {
+    on.wait_for([&] { return on.heard("daemon", "core 127.0.0.2", "ping"); });
+    on.silence("core");
+    on.wait_for([&] { return on.heard("daemon", "core 127.0.0.1", "add_interface"); });
+    return on.terminate();
+}
+
 constexpr timed_case timed_cases[] = {
     {"server silent, a command", "reply sent, until the daemon gives it up", seconds(21),
      command_at_silent_server},
@@ -186,12 +207,16 @@ constexpr timed_case timed_cases[] = {
     {"core silent, a scan", "command, until the last of four Bots is stopped", seconds(140),
      scan_at_silent_core},
     {"core silent, SIGTERM", "in an engine start for four Bots", seconds(34), end_at_silent_core},
+    {"core silent at the start, SIGTERM", "after its pings, with csi_file", seconds(34),
+     end_of_start_at_silent_core, start::slow},
 };
 
 void measure_times(const soak_options& options, soak_report& report) {
     for (const timed_case& one : timed_cases) {
-        stage on(options, one.name, report);
-        on.attach();
+        stage on(options, one.name, report, one.pace);
+        if (one.pace == start::quick) {
+            on.attach();
+        }
         const soak_clock::duration took = one.measure(on);
         report.say("took " + in_seconds(took));
         report.figure(one.name, in_seconds(took) + " (" + one.meaning + ")");
