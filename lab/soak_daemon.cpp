@@ -13,7 +13,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -44,7 +43,7 @@ std::size_t entries_of(const std::string& directory) {
 }
 
 std::size_t anonymous_bytes(const std::string& path) {
-    std::istringstream lines(content_of(path));
+    std::ifstream lines(path); // may fail in the middle, when the process ends
     std::string word;
     std::size_t kib = 0;
     while (lines >> word) {

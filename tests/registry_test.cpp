@@ -102,6 +102,7 @@ TEST(json, parses_what_it_can_and_survives_the_rest) {
     json::set(message, "a", "x", message.GetAllocator());
     json::set(message, "c", "y", message.GetAllocator());
     EXPECT_EQ(json::write(message), R"({"a":"x","b":2,"big":2147483648,"c":"y"})");
+    EXPECT_LE(message.GetAllocator().Capacity(), 4096U);
     EXPECT_EQ(json::find_int(message, "b"), 2);
     EXPECT_FALSE(json::find_int(message, "big"));
     EXPECT_FALSE(json::find_string(message, "b"));

@@ -49,7 +49,7 @@ document parse(std::string_view text) {
         return !reader.Parse<rapidjson::kParseIterativeFlag>(stream, result).IsError();
     };
     result.Populate(read);
-    return std::move(result);
+    return document(std::move(result));
 }
 
 std::string write(const value& from) {

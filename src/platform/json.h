@@ -2,6 +2,7 @@
 /// The only file that includes the JSON library, so that every user gets it set up alike.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,17 +20,26 @@ namespace json {
 #define RAPIDJSON_ASSERT(x)                                                                        \
     (static_cast<bool>(x) ? static_cast<void>(0) : ::json::assertion_failed(__FILE__, __LINE__, #x))
 #define RAPIDJSON_HAS_STDSTRING 1
-// What a document takes at a time: enough for nearly every message. The library's own 64 KiB make
-// some C libraries ask the system for memory, and give it back, with every message.
-#define RAPIDJSON_ALLOCATOR_DEFAULT_CHUNK_CAPACITY 4096
+// On 32-bit machines the library aligns to 4 bytes, but its values hold numbers of 64 bits, which a
+// processor may want at multiples of 8: there, an access elsewhere ends the process.
+#define RAPIDJSON_ALIGN(x) (((x) + std::size_t{7}) & ~std::size_t{7})
 
 #include <rapidjson/document.h>
 
 namespace json {
 
-using document = rapidjson::Document;
-using value = rapidjson::Value;
-using allocator = rapidjson::Document::AllocatorType;
+/// Where a document has its memory from. It takes 4 KiB at a time, enough for nearly every message:
+/// the library's own 64 KiB make some C libraries ask the system for memory, and give it back, with
+/// every message.
+class allocator : public rapidjson::MemoryPoolAllocator<> {
+public:
+    allocator()
+        : MemoryPoolAllocator(4096) {}
+};
+
+using document = rapidjson::GenericDocument<rapidjson::UTF8<>, allocator>;
+using value = document::ValueType;
+static_assert(RAPIDJSON_ALIGN(1) % alignof(value) == 0);
 
 /// Objects and arrays nested deeper than this are refused: passes over a document and its writer
 /// call themselves once a level, and no peer's text may exhaust the stack.
