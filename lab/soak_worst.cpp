@@ -37,9 +37,12 @@ installation_options lab_options() {
 enum class start { quick, slow };
 
 std::unique_ptr<installation> make_lab(journal& record, start pace) {
-    auto lab = std::make_unique<installation>(record, lab_options());
-    for (unsigned index = 0; pace == start::slow && index < lab_options().zorvins; ++index) {
-        lab->core(index).peer().set_delay(std::chrono::milliseconds(500));
+    const installation_options options = lab_options();
+    auto lab = std::make_unique<installation>(record, options);
+    if (pace == start::slow) {
+        for (unsigned index = 0; index < options.zorvins; ++index) {
+            lab->core(index).peer().set_delay(std::chrono::milliseconds(500));
+        }
     }
     return lab;
 }

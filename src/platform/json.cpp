@@ -49,7 +49,7 @@ document parse(std::string_view text) {
         return !reader.Parse<rapidjson::kParseIterativeFlag>(stream, result).IsError();
     };
     result.Populate(read);
-    return document(std::move(result));
+    return document(std::move(result)); // without what was only needed to read it
 }
 
 std::string write(const value& from) {
