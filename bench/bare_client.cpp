@@ -1,8 +1,6 @@
 // The floor of the whole process: attaches, polls and answers as the daemon does over the same
 // connection, but reads, logs and knows nothing. Arguments: the port; "turns" for a look at the
 // signal descriptor every 20 ms, as the daemon must take one, or "sleep" for one wait a poll.
-#include "bench/bare_handle.h"
-
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -12,6 +10,8 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+
+#include "bench/bare_handle.h"
 
 namespace {
 

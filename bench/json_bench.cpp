@@ -1,6 +1,4 @@
 // What a message costs beyond reading and writing its JSON text.
-#include "platform/json.h" // first: it sets up the JSON library
-
 #include <string>
 
 #include <benchmark/benchmark.h>
@@ -9,6 +7,7 @@
 
 #include "client/identifiers.h"
 #include "client/zorvin_client.h"
+#include "platform/json.h" // first: it sets up the JSON library
 
 namespace {
 

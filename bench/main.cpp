@@ -1,11 +1,11 @@
 // Runs the benchmarks again and again in mixed order, and compares each with its floor.
-#include <benchmark/benchmark.h>
-
 #include <iostream>
 #include <map>
 #include <streambuf>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "bench/table.h"
 

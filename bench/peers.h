@@ -1,11 +1,11 @@
 /// Peers that cost as little as a peer can, so that what is measured is the daemon's side.
 #pragma once
 
-#include "lab/sockets.h"
-
 #include <cstdint>
 #include <string>
 #include <thread>
+
+#include "peers/sockets.h"
 
 namespace csi_bench {
 
@@ -36,7 +36,7 @@ public:
     http_peer(const http_peer&) = delete;
     http_peer& operator=(const http_peer&) = delete;
 
-    [[nodiscard]] std::uint16_t port() const { return csi_lab::bound_port(socket_); }
+    [[nodiscard]] std::uint16_t port() const { return peers::bound_port(socket_); }
 
 private:
     void run();

@@ -1,9 +1,5 @@
 // What the daemon costs as a process, beside a bare program that makes the same requests in the
 // same rhythm. Idle, they run side by side, so that what disturbs the machine disturbs all.
-#include "bench/subject.h"
-#include "bench/table.h"
-#include "lab/core_service.h"
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +9,10 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "bench/subject.h"
+#include "bench/table.h"
+#include "peers/core_service.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ constexpr int scan_seconds = 30;
 
 class contestant {
 public:
-    contestant(csi_lab::journal& record, std::size_t posts)
+    contestant(peers::journal& record, std::size_t posts)
         : posts_(posts)
         , process_(record) {}
 
@@ -141,15 +141,15 @@ private:
         std::string pattern = std::filesystem::temp_directory_path() / "csi_bench_XXXXXX";
         return mkdtemp(pattern.data());
     }
-    static csi_lab::core_service_options quick_radio() {
-        csi_lab::core_service_options result;
+    static peers::core_service_options quick_radio() {
+        peers::core_service_options result;
         result.times.appear_after = std::chrono::milliseconds(100);
         return result; // a scan ends with its first look
     }
 
     const std::string directory_ = make_directory();
-    csi_lab::journal journal_;
-    csi_lab::core_service core_{journal_, "127.0.0.1", quick_radio()};
+    peers::journal journal_;
+    peers::core_service core_{journal_, "127.0.0.1", quick_radio()};
 
     contestant daemon_{journal_, 3}; // posts attach, reply, and what the first scan has found
     contestant mute_{journal_, 3};   // standard output is /dev/null

@@ -1,10 +1,9 @@
 // What a request costs beyond its system calls, or beyond libcurl.
-#include <benchmark/benchmark.h>
-
 #include <array>
 #include <string>
 
 #include <arpa/inet.h>
+#include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,8 +1,8 @@
 // How start-up, scan and command grow with the number of Bots.
-#include <benchmark/benchmark.h>
-
 #include <ctime>
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 #include "bench/peers.h"
 #include "client/zorvin_client.h"

@@ -1,20 +1,20 @@
 /// A process that is measured from outside, and the REST server that it alone talks to.
 #pragma once
 
-#include "lab/rest_server.h"
-
 #include <cstddef>
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
 
+#include "peers/rest_server.h"
+
 namespace csi_bench {
 
 /// For one thread. Throws std::runtime_error when the process does not do in time what it should.
 class subject {
 public:
-    explicit subject(csi_lab::journal& record)
+    explicit subject(peers::journal& record)
         : server_(record) {}
     ~subject() { stop(); }
     subject(const subject&) = delete;
@@ -37,7 +37,7 @@ public:
 private:
     void wait_for_posts(std::size_t count);
 
-    csi_lab::rest_server server_;
+    peers::rest_server server_;
     pid_t pid_ = 0;
 };
 

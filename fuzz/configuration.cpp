@@ -1,9 +1,10 @@
 // The lines of a configuration file, and the file.
+#include "daemon/configuration.h"
+
 #include <fstream>
 
 #include <sys/mman.h>
 
-#include "daemon/configuration.h"
 #include "harness.h"
 #include "platform/utilities.h"
 

@@ -1,12 +1,12 @@
 // One reply of a core service, read by each of the commands. A reader ends the daemon when a member
 // that it reads has a wrong type, and at no other time.
+#include <algorithm>
+#include <string_view>
+
 #include "core/bot_commands.h"
 #include "core/interface_commands.h"
 #include "harness.h"
 #include "platform/json.h"
-
-#include <algorithm>
-#include <string_view>
 
 using namespace csi_receiver;
 

@@ -4,11 +4,11 @@
 /// calls, which stand in the headers that are read before the names change.
 #pragma once
 
-#include "core/requests.h"
-#include "platform/json.h"
-
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include "core/requests.h"
+#include "platform/json.h"
 
 #define ask ask_over_udp
 #define assertion_failed end_the_process

@@ -31,7 +31,7 @@ std::optional<double> number_of(const std::string& text, double most) {
     return good ? std::optional<double>(result) : std::nullopt;
 }
 
-answer set_presence(const words& typed, installation& lab) {
+answer set_presence(const words& typed, peers::installation& lab) {
     if (typed.size() != 2) {
         return std::nullopt;
     }
@@ -39,7 +39,7 @@ answer set_presence(const words& typed, installation& lab) {
     return say("Bot " + typed[1] + " is " + typed[0]);
 }
 
-answer set_silent(const words& typed, installation& lab) {
+answer set_silent(const words& typed, peers::installation& lab) {
     const bool valid =
         typed.size() == 2 || (typed.size() == 3 && (typed[2] == "on" || typed[2] == "off"));
     if (!valid) {
@@ -48,7 +48,7 @@ answer set_silent(const words& typed, installation& lab) {
     return done_for(typed[1], lab.set_silent(typed[1], typed.back() != "off"));
 }
 
-answer set_delay(const words& typed, installation& lab) {
+answer set_delay(const words& typed, peers::installation& lab) {
     const auto delay = typed.size() == 2 ? number_of(typed[1], 600'000) : std::nullopt;
     if (!delay) {
         return std::nullopt;
@@ -58,7 +58,7 @@ answer set_delay(const words& typed, installation& lab) {
     return say("all answers wait " + std::to_string(rounded.count()) + " ms");
 }
 
-answer set_loss(const words& typed, installation& lab) {
+answer set_loss(const words& typed, peers::installation& lab) {
     const auto share = typed.size() == 2 ? number_of(typed[1], 1) : std::nullopt;
     if (!share) {
         return std::nullopt;
@@ -67,22 +67,22 @@ answer set_loss(const words& typed, installation& lab) {
     return say("core services and fusion daemon lose " + typed[1] + " of the requests");
 }
 
-answer set_running(const words& typed, installation& lab) {
+answer set_running(const words& typed, peers::installation& lab) {
     if (typed.size() != 2) {
         return std::nullopt;
     }
     return done_for(typed[1], typed[0] == "start" ? lab.start(typed[1]) : lab.stop(typed[1]));
 }
 
-answer state(const words& /*typed*/, installation& lab) {
+answer state(const words& /*typed*/, peers::installation& lab) {
     return typed_answer{lab.state(), false};
 }
 
-answer help(const words& /*typed*/, installation& /*lab*/) {
+answer help(const words& /*typed*/, peers::installation& /*lab*/) {
     return typed_answer{command_help(), false};
 }
 
-answer quit(const words& /*typed*/, installation& /*lab*/) {
+answer quit(const words& /*typed*/, peers::installation& /*lab*/) {
     return typed_answer{{}, true};
 }
 
@@ -90,7 +90,7 @@ struct row {
     std::string_view word;
     std::string_view usage;
     std::string_view meaning;
-    answer (*run)(const words&, installation&);
+    answer (*run)(const words&, peers::installation&);
 };
 
 constexpr std::array<row, 10> table = {{
@@ -116,12 +116,12 @@ words split(const std::string& line) {
     return result;
 }
 
-typed_answer queue(const std::string& text, installation& lab) {
+typed_answer queue(const std::string& text, peers::installation& lab) {
     lab.server().queue(text);
     return say("queued, " + std::to_string(lab.server().queued()) + " waiting");
 }
 
-typed_answer run_command(const words& typed, installation& lab) {
+typed_answer run_command(const words& typed, peers::installation& lab) {
     const auto* found = std::find_if(table.begin(), table.end(),
                                      [&](const row& one) { return one.word == typed[0]; });
     if (found == table.end()) {
@@ -133,7 +133,7 @@ typed_answer run_command(const words& typed, installation& lab) {
 
 } // namespace
 
-typed_answer carry_out(const std::string& line, installation& lab) {
+typed_answer carry_out(const std::string& line, peers::installation& lab) {
     const words typed = split(line);
     if (typed.empty()) {
         return {};

@@ -1,10 +1,10 @@
 /// What a person may type while the lab runs.
 #pragma once
 
-#include "lab/installation.h"
-
 #include <string>
 #include <vector>
+
+#include "peers/installation.h"
 
 namespace csi_lab {
 
@@ -16,7 +16,7 @@ struct typed_answer {
 
 /// Carries out a typed line: JSON is queued for the daemon as typed, the first word of anything
 /// else is a lab command. Never throws: failures are told in the answer.
-[[nodiscard]] typed_answer carry_out(const std::string& line, installation& lab);
+[[nodiscard]] typed_answer carry_out(const std::string& line, peers::installation& lab);
 
 /// The lab commands, a line each.
 [[nodiscard]] std::vector<std::string> command_help();

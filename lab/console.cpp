@@ -1,14 +1,14 @@
 #include "lab/console.h"
 
-#include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
 #include <system_error>
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
 namespace csi_lab {
 namespace {

@@ -1,10 +1,10 @@
 /// Standard input and the terminating signals, waited for together.
 #pragma once
 
-#include "lab/sockets.h"
-
 #include <optional>
 #include <string>
+
+#include "peers/sockets.h"
 
 namespace csi_lab {
 
@@ -22,7 +22,7 @@ private:
     [[nodiscard]] std::optional<std::string> take_line();
     void read_input();
 
-    descriptor signals_;
+    csi_receiver::descriptor signals_;
     std::string buffer_;
     bool open_ = true; ///< Standard input.
 };

@@ -1,17 +1,17 @@
 /// The program csi_lab: plays an installation until it is told to end.
-#include "lab/commands.h"
-#include "lab/console.h"
-#include "lab/installation.h"
-#include "lab/journal.h"
-#include "lab/printer.h"
-
-#include <CLI/CLI.hpp>
-#include <unistd.h>
-
 #include <cstdio>
 #include <exception>
 #include <iostream>
 #include <string>
+
+#include <CLI/CLI.hpp>
+#include <unistd.h>
+
+#include "lab/commands.h"
+#include "lab/console.h"
+#include "lab/printer.h"
+#include "peers/installation.h"
+#include "peers/journal.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ constexpr int exit_failure = 1; ///< The system refused something: an address, a
 constexpr int exit_usage = 2;
 
 struct arguments {
-    csi_lab::installation_options lab;
+    peers::installation_options lab;
     unsigned delay = 0;
     unsigned appear_after = 1500;
     unsigned vanish_after = 3000;
@@ -84,7 +84,7 @@ void add_output_options(CLI::App& app, arguments& to) {
 /// What the options cannot check one by one. Throws CLI::ValidationError.
 void check(const arguments& given) {
     for (const std::string& who : given.lab.silent) {
-        if (csi_lab::peers_named(given.lab, who).empty()) {
+        if (peers::peers_named(given.lab, who).empty()) {
             throw CLI::ValidationError("--silent", "there is no peer " + who);
         }
     }
@@ -101,7 +101,7 @@ bool wants_color(const std::string& color) {
     return color == "always" || (color == "auto" && isatty(STDOUT_FILENO) == 1);
 }
 
-void greet(const csi_lab::installation& lab, csi_lab::printer& to) {
+void greet(const peers::installation& lab, csi_lab::printer& to) {
     to.say("csi_lab plays");
     for (const std::string& line : lab.listening()) {
         to.say("  " + line);
@@ -116,9 +116,9 @@ void play(const arguments& given) {
     constexpr std::size_t kept_messages = 100; // Nobody looks back: they are printed.
     csi_lab::console console;
     csi_lab::printer printer(wants_color(given.color));
-    csi_lab::journal journal(kept_messages);
-    journal.on_message([&printer](const csi_lab::message& what) { printer.show(what); });
-    csi_lab::installation lab(journal, given.lab);
+    peers::journal journal(kept_messages);
+    journal.on_message([&printer](const peers::message& what) { printer.show(what); });
+    peers::installation lab(journal, given.lab);
     greet(lab, printer);
     while (const auto line = console.next_line()) {
         const csi_lab::typed_answer answer = csi_lab::carry_out(*line, lab);
@@ -133,7 +133,7 @@ void play(const arguments& given) {
 
 int run(const arguments& given) {
     if (given.print_config) {
-        std::cout << csi_lab::configuration(given.lab) << std::flush;
+        std::cout << peers::configuration(given.lab) << std::flush;
         return std::cout ? 0 : exit_failure;
     }
     play(given);

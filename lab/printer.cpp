@@ -1,11 +1,11 @@
 #include "lab/printer.h"
 
-#include "platform/json.h"
-
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
+
+#include "platform/json.h"
 
 namespace csi_lab {
 namespace {
@@ -62,7 +62,7 @@ std::string padded(std::string text, std::size_t width) {
 }
 
 /// Escape sequence of the peer that speaks with the daemon.
-const char* color_of(const message& what) {
+const char* color_of(const peers::message& what) {
     const std::string& peer = what.from == "daemon" ? what.to : what.from;
     if (peer == "server") {
         return "\x1b[36m";
@@ -75,7 +75,7 @@ const char* color_of(const message& what) {
 
 } // namespace
 
-std::string label_of(const message& what) {
+std::string label_of(const peers::message& what) {
     if (what.from == "lab") {
         return "remark";
     }
@@ -88,7 +88,7 @@ std::string label_of(const message& what) {
     return what.to == "daemon" ? "reply" : "request";
 }
 
-std::string format_line(const message& what, bool color) {
+std::string format_line(const peers::message& what, bool color) {
     constexpr std::size_t peer_width = 16; // "core 127.0.0.250"
     constexpr std::size_t label_width = 11;
     std::string_view text = what.text;
@@ -103,7 +103,7 @@ std::string format_line(const message& what, bool color) {
 printer::printer(bool color)
     : color_(color) {}
 
-void printer::show(const message& what) {
+void printer::show(const peers::message& what) {
     say(format_line(what, color_));
 }
 

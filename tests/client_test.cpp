@@ -9,8 +9,8 @@ using namespace csi_receiver;
 using namespace std::chrono_literals;
 
 TEST(http_client, outages_are_logged_once_and_bodies_come_whole) {
-    csi_lab::journal journal;
-    csi_lab::rest_server server(journal);
+    peers::journal journal;
+    peers::rest_server server(journal);
     setenv("http_proxy", "http://127.0.0.1:1/", 1); // nothing is taken from the environment
     captured_output output;
     curl_http::http_client http(server.port());
@@ -54,8 +54,8 @@ TEST(http_client, outages_are_logged_once_and_bodies_come_whole) {
 }
 
 TEST(http_client, one_connection_one_header_and_the_last_chunk) {
-    csi_lab::journal journal;
-    csi_lab::rest_server server(journal);
+    peers::journal journal;
+    peers::rest_server server(journal);
     curl_http::http_client http(server.port());
     const std::string url = "http://127.0.0.1:1/v2/zorvins/1/msg"; // the port is overruled
     http.get(url);
@@ -65,7 +65,7 @@ TEST(http_client, one_connection_one_header_and_the_last_chunk) {
     server.queue("into the sink");
     EXPECT_EQ(http.get_with_sink(url, &sink), "");
     EXPECT_EQ(sink, "into the sink");
-    const std::vector<csi_lab::http_request> requests = server.requests();
+    const std::vector<peers::http_request> requests = server.requests();
     ASSERT_EQ(requests.size(), 4U);
     EXPECT_EQ(requests[0].header("Content-Type"), "");
     for (std::size_t at = 1; at < requests.size(); ++at) {
@@ -91,8 +91,8 @@ TEST(http_client, one_connection_one_header_and_the_last_chunk) {
 }
 
 TEST(http_client, waits_for_a_silent_server_and_for_its_turn) {
-    csi_lab::journal journal;
-    csi_lab::rest_server server(journal);
+    peers::journal journal;
+    peers::rest_server server(journal);
     captured_output output;
     curl_http::http_client http(server.port());
     server.set_delay(300ms);
@@ -129,7 +129,7 @@ TEST_F(client, start_up_failures) {
         EXPECT_EQ(lines, row.lines) << row.key;
     }
     settings = good;
-    csi_lab::interface_facts station;
+    peers::interface_facts station;
     station.iftype = "station";
     core.set_facts("wlan0", station);
     EXPECT_EQ(lines_of_failed_start().back(),
@@ -137,7 +137,7 @@ TEST_F(client, start_up_failures) {
 }
 
 TEST_F(client, the_last_zorvin_decides_whether_core_services_are_up) {
-    csi_lab::core_service last(journal, "127.0.0.3");
+    peers::core_service last(journal, "127.0.0.3");
     last.stop();
     settings["routing"] += ",102:127.0.0.2:wlan1:0A0000000102,103:127.0.0.3:wlan2:0A0000000103";
     captured_output output;
@@ -189,8 +189,8 @@ TEST_F(client, the_log_stays_small_while_core_services_are_waited_for) {
 }
 
 TEST_F(client, attaches_with_what_the_last_access_point_tells) {
-    csi_lab::interface_facts other{3, 2, "ath9k", "", "ap", "other"};
-    csi_lab::interface_facts unknown;
+    peers::interface_facts other{3, 2, "ath9k", "", "ap", "other"};
+    peers::interface_facts unknown;
     unknown.iftype = "";
     core.set_facts("wlan0", unknown); // skipped
     core.set_facts("wlan1", {0, 4, "qcawifi", "", "ap", "net"});
@@ -208,7 +208,7 @@ TEST_F(client, attaches_with_what_the_last_access_point_tells) {
         ASSERT_TRUE(sees_attaches(1));
         ASSERT_TRUE(sees_reply(R"({"cmd":"associate","success":true})"));
     }
-    const csi_lab::http_request attach = server.requests().front();
+    const peers::http_request attach = server.requests().front();
     EXPECT_EQ(attach.path, "/v2/zorvins/attach");
     EXPECT_EQ(attach.header("Host"), "localhost:" + std::to_string(server.port()));
     EXPECT_EQ(attach.body,
@@ -216,7 +216,7 @@ TEST_F(client, attaches_with_what_the_last_access_point_tells) {
               R"("chains":4,"bot_info":[],"version":"v9",)"
               R"("localCalculationSupport":{"motion2":1,"breathing2":1,"guard":1}})");
     texts asked;
-    for (const csi_lab::message& message : journal.select("daemon", "core 127.0.0.1")) {
+    for (const peers::message& message : journal.select("daemon", "core 127.0.0.1")) {
         asked.push_back(message.text);
     }
     EXPECT_EQ(count_line(asked, R"({"cmd":"save_csi","enable":true,"filename":"/tmp/csi"})"), 1U);
@@ -234,9 +234,9 @@ TEST_F(client, version_three_attaches_at_the_message_url) {
     settings["fusion"] = "yes";
     settings["csi_file"] = "/tmp/csi";
     settings["http_port"] = "0"; // replaced below, once the server of that version is there
-    csi_lab::rest_server_options options;
+    peers::rest_server_options options;
     options.api = "v3";
-    csi_lab::rest_server third(journal, options);
+    peers::rest_server third(journal, options);
     settings["http_port"] = std::to_string(third.port()) + " and more";
     captured_output output;
     running_client run(settings);
@@ -244,7 +244,7 @@ TEST_F(client, version_three_attaches_at_the_message_url) {
     run.signal(SIGTERM);
     run.join();
     EXPECT_EQ(count_line(output.lines(), "Saving CSI to /tmp/csi on zorvind 127.0.0.1"), 1U);
-    const csi_lab::http_request attach = third.requests().front();
+    const peers::http_request attach = third.requests().front();
     EXPECT_EQ(attach.path, "/v3/zorvins/9001/msg");
     EXPECT_NE(attach.body.find(R"("driver":"ath10k","request":"zorvinAttach","zorvin":9001,)"),
               std::string::npos);
@@ -265,7 +265,7 @@ TEST_F(client, drains_the_queue_in_one_poll_and_loses_the_session_when_told) {
     ASSERT_TRUE(wait_until([&] { return server.gets() > gets + 3; }));
 
     // GET and POST by turns while there are commands; with a poll for each it would take a second.
-    std::vector<csi_lab::http_request> requests = server.requests();
+    std::vector<peers::http_request> requests = server.requests();
     const auto last = std::find_if(requests.begin(), requests.end(), [](const auto& request) {
         return request.body.find(R"("n":3)") != std::string::npos;
     });

@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "client/zorvin_client.h"
-#include "lab/core_service.h"
-#include "lab/fusion_daemon.h"
+#include "peers/core_service.h"
+#include "peers/fusion_daemon.h"
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
@@ -103,7 +103,7 @@ protected:
         fusion.answer_with(
             [this](const std::string& request) { return script.hear("fusion", request); });
         for (const zorvin_entry& zorvin : client->routing().zorvins()) {
-            services.push_back(std::make_unique<csi_lab::core_service>(journal, zorvin.address));
+            services.push_back(std::make_unique<peers::core_service>(journal, zorvin.address));
             services.back()->answer_with(
                 [this, name = services.back()->peer().name()](const std::string& request) {
                     return script.hear(name, request);
@@ -115,9 +115,9 @@ protected:
     configuration settings{{"version", "v9-0-g0 (built on test)"}};
     std::unique_ptr<zorvin_client> client = std::make_unique<zorvin_client>(-1, settings);
     peer_script script;
-    csi_lab::journal journal;
-    csi_lab::fusion_daemon fusion{journal};
-    std::vector<std::unique_ptr<csi_lab::core_service>> services;
+    peers::journal journal;
+    peers::fusion_daemon fusion{journal};
+    std::vector<std::unique_ptr<peers::core_service>> services;
 };
 
 TEST_P(conversation, goes_as_written) {

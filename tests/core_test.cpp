@@ -8,7 +8,7 @@
 #include "core/core_request.h"
 #include "core/interface_commands.h"
 #include "core/requests.h"
-#include "lab/core_service.h"
+#include "peers/core_service.h"
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
@@ -23,12 +23,12 @@ struct core_commands : testing::Test {
     void answer(const std::string& text) {
         service.answer_with([text](const std::string&) { return replies{text}; });
     }
-    [[nodiscard]] std::vector<csi_lab::message> requests() const {
+    [[nodiscard]] std::vector<peers::message> requests() const {
         return journal.select("daemon", std::string("core ") + address);
     }
 
-    csi_lab::journal journal;
-    csi_lab::core_service service{journal, address};
+    peers::journal journal;
+    peers::core_service service{journal, address};
 };
 
 std::string joined(const replies& texts) {

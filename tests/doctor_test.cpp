@@ -10,14 +10,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "lab/installation.h"
+#include "doctor/core_checks.h"
+#include "doctor/log_checks.h"
+#include "doctor/network_checks.h"
+#include "doctor/routing_checks.h"
+#include "doctor/udp_sockets.h"
+#include "doctor/value_checks.h"
+#include "peers/installation.h"
 #include "support/fixtures.h"
-#include "tools/core_checks.h"
-#include "tools/log_checks.h"
-#include "tools/network_checks.h"
-#include "tools/routing_checks.h"
-#include "tools/socket_list.h"
-#include "tools/value_checks.h"
 
 using namespace csi_doctor;
 
@@ -228,8 +228,8 @@ TEST(doctor, log_directory) {
 }
 
 TEST(doctor, pings_that_are_answered_wrongly) {
-    csi_lab::journal record(1000);
-    csi_lab::core_service core(record, "127.0.0.1");
+    peers::journal record(1000);
+    peers::core_service core(record, "127.0.0.1");
     csi_receiver::routing_table table;
     read_routing("101:127.0.0.1:wlan0:020000000065", table);
     const std::pair<const char*, const char*> rows[] = {
@@ -247,10 +247,10 @@ TEST(doctor, pings_that_are_answered_wrongly) {
 }
 
 TEST(doctor, asks_the_peers_and_leaves_them_as_they_were) {
-    csi_lab::journal record(1000);
-    csi_lab::installation_options options;
+    peers::journal record(1000);
+    peers::installation_options options;
     options.fusion = true;
-    csi_lab::installation lab(record, options);
+    peers::installation lab(record, options);
     lab.server().queue(R"({"cmd":"version"})");
     report healthy;
     check_network(check(lab.configuration(), healthy), healthy);

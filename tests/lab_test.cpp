@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "lab/core_service.h"
+#include "peers/core_service.h"
 #include "platform/udp_client.h"
 
 using namespace std::chrono_literals;
@@ -12,13 +12,13 @@ namespace {
 
 /// Which of a hundred requests the peer with this seed loses: 'x'. The others it answers twice.
 std::string losses(std::uint32_t seed) {
-    csi_lab::journal journal;
-    csi_lab::core_service_options options;
+    peers::journal journal;
+    peers::core_service_options options;
     options.seed = seed;
-    csi_lab::core_service core(journal, "127.0.0.1", options);
+    peers::core_service core(journal, "127.0.0.1", options);
     core.peer().set_loss(0.3);
     core.peer().set_duplicate(true);
-    csi_receiver::udp_client client("127.0.0.1", csi_lab::core_service_port);
+    csi_receiver::udp_client client("127.0.0.1", peers::core_service_port);
     std::string result;
     while (result.size() < 100) {
         journal.clear();

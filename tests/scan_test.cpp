@@ -35,7 +35,7 @@ struct scan : client {
     /// What the core service heard since the last call.
     texts heard() {
         texts result;
-        for (const csi_lab::message& message : journal.select("daemon", "core 127.0.0.1")) {
+        for (const peers::message& message : journal.select("daemon", "core 127.0.0.1")) {
             result.push_back(message.text);
         }
         journal.clear();
@@ -122,9 +122,9 @@ TEST_F(scan, gives_way_to_an_engine_that_starts_while_it_stops_a_bot) {
 }
 
 TEST_F(scan, quiet_and_loud_scans_on_real_timers) {
-    csi_lab::core_service_options quick;
+    peers::core_service_options quick;
     quick.times = {100ms, 5000ms};
-    csi_lab::core_service second(journal, "127.0.0.2", quick);
+    peers::core_service second(journal, "127.0.0.2", quick);
     second.set_present("102", false);
     settings["routing"] = "101:127.0.0.2:wlan0:0A0000000101,102:127.0.0.2:wlan0:0A0000000102";
     captured_output output;
@@ -155,12 +155,12 @@ TEST_F(scan, quiet_and_loud_scans_on_real_timers) {
 }
 
 TEST_F(scan, version_three_names_the_zorvin_in_what_is_sent_unasked) {
-    csi_lab::core_service_options quick;
+    peers::core_service_options quick;
     quick.times = {100ms, 5000ms};
-    csi_lab::core_service second(journal, "127.0.0.2", quick);
-    csi_lab::rest_server_options options;
+    peers::core_service second(journal, "127.0.0.2", quick);
+    peers::rest_server_options options;
     options.api = "v3";
-    csi_lab::rest_server third(journal, options);
+    peers::rest_server third(journal, options);
     settings["api"] = "v3";
     settings["http_port"] = std::to_string(third.port());
     settings["routing"] = "0x65:127.0.0.2:wlan0:0A0000000101";

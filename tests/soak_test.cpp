@@ -6,12 +6,12 @@
 #include <sys/stat.h>
 
 #include "http/http_client.h"
-#include "lab/soak_faults.h"
-#include "lab/soak_watch.h"
 #include "platform/utilities.h"
+#include "soak/faults.h"
+#include "soak/watch.h"
 #include "support/fixtures.h"
 
-using namespace csi_lab;
+using namespace csi_soak;
 using namespace std::chrono_literals;
 
 namespace {
@@ -255,7 +255,7 @@ struct soaked : testing::Test {
         options.http_port = 0;
         options.fusion = true;
         lab.emplace(record, options);
-        record.on_message([this](const message& what) { judge.see(what); });
+        record.on_message([this](const peers::message& what) { judge.see(what); });
     }
     void request(const std::string& path, const std::string& body) {
         curl_http::http_client http(lab->server().port());
@@ -267,16 +267,16 @@ struct soaked : testing::Test {
         request("1/msg", R"({"cmd":"associate","success":true})");
     }
     [[nodiscard]] bool is_whole() {
-        const rest_server_faults faults = lab->server().faults();
+        const peers::rest_server_faults faults = lab->server().faults();
         return lab->server().running() && !faults.silent && faults.delay.count() == 0 &&
                !faults.cut && !faults.status;
     }
 
     log_file file;
     soak_record judge{file.report, soak_bots(2), commands.at("attach").text};
-    journal record;
-    installation_options options;
-    std::optional<installation> lab;
+    peers::journal record;
+    peers::installation_options options;
+    std::optional<peers::installation> lab;
 };
 
 } // namespace

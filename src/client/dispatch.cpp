@@ -1,9 +1,8 @@
 // The server's commands: what each message asks for, and the answer.
-#include "client/zorvin_client.h"
-
 #include <algorithm>
 
 #include "client/identifiers.h"
+#include "client/zorvin_client.h"
 #include "core/bot_commands.h"
 #include "daemon/log.h"
 

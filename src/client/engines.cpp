@@ -1,10 +1,9 @@
 // Engine commands: they are not answered here, but forwarded to the engine that they name.
-#include "client/zorvin_client.h"
-
 #include <algorithm>
 
 #include "client/fusion.h"
 #include "client/identifiers.h"
+#include "client/zorvin_client.h"
 #include "core/bot_commands.h"
 #include "core/core_request.h"
 #include "daemon/log.h"

@@ -1,9 +1,8 @@
 // The station scan: which Bots are there. Started by the main loop, carried on by the scan timer.
-#include "client/zorvin_client.h"
-
 #include <unordered_set>
 
 #include "client/identifiers.h"
+#include "client/zorvin_client.h"
 #include "core/bot_commands.h"
 #include "daemon/log.h"
 #include "daemon/signals.h"

@@ -1,10 +1,9 @@
 // The conversation with the REST server: attach, poll, and what is sent unasked.
-#include "client/zorvin_client.h"
-
 #include <thread>
 #include <unordered_set>
 
 #include "client/identifiers.h"
+#include "client/zorvin_client.h"
 #include "daemon/log.h"
 #include "daemon/signals.h"
 

@@ -15,8 +15,8 @@
 #include <unistd.h>
 
 #include "client/zorvin_client.h"
-#include "lab/core_service.h"
-#include "lab/rest_server.h"
+#include "peers/core_service.h"
+#include "peers/rest_server.h"
 #include "support/fixtures.h"
 
 constexpr std::chrono::seconds bound{20};
@@ -93,9 +93,9 @@ struct client : testing::Test {
             bound);
     }
 
-    csi_lab::journal journal;
-    csi_lab::rest_server server{journal};
-    csi_lab::core_service core{journal, "127.0.0.1"};
+    peers::journal journal;
+    peers::rest_server server{journal};
+    peers::core_service core{journal, "127.0.0.1"};
     csi_receiver::configuration settings{{"zorvin_uuid", "0x2329"},
                                          {"version", "v9"},
                                          {"routing", "101:127.0.0.1:wlan0:0A0000000101"},

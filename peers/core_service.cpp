@@ -1,0 +1,167 @@
+#include "peers/core_service.h"
+
+#include <utility>
+
+namespace peers {
+namespace {
+
+std::string text_of(const json::value& request, std::string_view name) {
+    return std::string(json::find_string(request, name).value_or(""));
+}
+
+std::string outcome(bool success, const std::string& reason) {
+    return success ? R"({"success":true})" : refusal(reason);
+}
+
+json::value bot_object(const radio::heard_bot& bot, json::allocator& memory) {
+    json::value result(rapidjson::kObjectType);
+    json::set(result, "uuid", bot.uuid, memory);
+    json::set(result, "count", json::value(bot.count), memory);
+    return result;
+}
+
+} // namespace
+
+const std::map<std::string, core_service::command> core_service::commands = {
+    {"add_interface", &core_service::add_interface},
+    {"del_interface", &core_service::del_interface},
+    {"get_interfaces", &core_service::get_interfaces},
+    {"info", &core_service::info},
+    {"active_bots", &core_service::active_bots},
+    {"sounding", &core_service::sounding},
+    {"save_csi", &core_service::save_csi},
+};
+
+core_service::core_service(journal& record, const std::string& address,
+                           core_service_options options)
+    : engines_({"motion2", "breathing2", "guard"})
+    , options_(std::move(options))
+    , radio_(options_.times)
+    , peer_(record, {"core " + address, address, core_service_port, options_.seed},
+            [this](const std::string& request) {
+                return std::vector<std::string>{answer(request)};
+            }) {}
+
+void core_service::set_present(const std::string& uuid, bool present) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    radio_.set_present(uuid, present, std::chrono::steady_clock::now());
+}
+
+void core_service::set_facts(const std::string& ifname, interface_facts facts) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    options_.except[ifname] = std::move(facts);
+}
+
+std::vector<std::string> core_service::interfaces() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return radio_.interfaces();
+}
+
+std::vector<radio::sounded_bot> core_service::sounded() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return radio_.sounded();
+}
+
+std::vector<radio::heard_bot> core_service::heard() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return radio_.heard(std::chrono::steady_clock::now());
+}
+
+std::string core_service::answer(const std::string& request) {
+    json::document parsed = json::parse(request);
+    if (!parsed.IsObject()) {
+        return refusal("no object");
+    }
+    if (json::find(parsed, "engineType") != nullptr) {
+        engines_.answer(parsed);
+        return json::write(parsed);
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return run_command(parsed);
+}
+
+std::string core_service::run_command(const json::value& request) {
+    if (json::find(request, "ping") != nullptr) {
+        return R"({"ping":"pong"})";
+    }
+    const auto found = commands.find(text_of(request, "cmd"));
+    return found == commands.end() ? refusal("unknown command") : (this->*found->second)(request);
+}
+
+std::string core_service::add_interface(const json::value& request) {
+    const std::string name = text_of(request, "ifname");
+    if (!name.empty()) {
+        radio_.add_interface(name);
+    }
+    return outcome(!name.empty(), "no ifname");
+}
+
+std::string core_service::del_interface(const json::value& request) {
+    return outcome(radio_.del_interface(text_of(request, "ifname")), "unknown interface");
+}
+
+std::string core_service::get_interfaces(const json::value& /*request*/) {
+    json::document reply(rapidjson::kObjectType);
+    json::allocator& memory = reply.GetAllocator();
+    json::value names(rapidjson::kArrayType);
+    for (const std::string& name : radio_.interfaces()) {
+        names.PushBack(json::make_string(name, memory), memory);
+    }
+    json::set(reply, "interfaces", std::move(names), memory);
+    return json::write(reply);
+}
+
+std::string core_service::info(const json::value& request) {
+    // Of an interface that was not added, too: the request to add it may have been lost.
+    const auto exception = options_.except.find(text_of(request, "ifname"));
+    const interface_facts& facts =
+        exception == options_.except.end() ? options_.facts : exception->second;
+    json::document reply(rapidjson::kObjectType);
+    json::allocator& memory = reply.GetAllocator();
+    json::set(reply, "success", json::value(true), memory);
+    json::set(reply, "wiphy", json::value(facts.wiphy), memory);
+    json::set(reply, "antennas", json::value(facts.antennas), memory);
+    json::set(reply, "driver_name", facts.driver_name, memory);
+    json::set(reply, "bssid", facts.bssid, memory);
+    json::set(reply, "iftype", facts.iftype, memory);
+    json::set(reply, "ssid", facts.ssid, memory);
+    return json::write(reply);
+}
+
+std::string core_service::active_bots(const json::value& /*request*/) {
+    const auto heard = radio_.heard(std::chrono::steady_clock::now());
+    json::document reply(rapidjson::kObjectType);
+    json::allocator& memory = reply.GetAllocator();
+    json::value bots(rapidjson::kArrayType);
+    std::size_t size = std::string_view(R"({"bots":[]})").size();
+    const std::size_t first = heard.empty() ? 0 : next_bot_ % heard.size();
+    std::size_t taken = 0;
+    for (; taken < heard.size(); ++taken) {
+        json::value bot = bot_object(heard[(first + taken) % heard.size()], memory);
+        size += json::write(bot).size() + 1;
+        if (size > options_.reply_limit) {
+            break;
+        }
+        bots.PushBack(bot, memory);
+    }
+    next_bot_ = taken < heard.size() ? first + taken : 0;
+    json::set(reply, "bots", std::move(bots), memory);
+    return json::write(reply);
+}
+
+std::string core_service::sounding(const json::value& request) {
+    const std::string uuid = text_of(request, "uuid");
+    const json::value* rate = json::find(request, "rate");
+    const bool complete = !uuid.empty() && !text_of(request, "ifname").empty() &&
+                          !text_of(request, "hwaddr").empty() && rate != nullptr && rate->IsUint();
+    if (complete) {
+        radio_.sound(uuid, rate->GetUint(), std::chrono::steady_clock::now());
+    }
+    return outcome(complete, "incomplete sounding");
+}
+
+std::string core_service::save_csi(const json::value& /*request*/) {
+    return outcome(true, "");
+}
+
+} // namespace peers

@@ -1,0 +1,76 @@
+#include "peers/journal.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace peers {
+namespace {
+
+bool goes(const message& what, std::string_view from, std::string_view to) {
+    return (from.empty() || what.from == from) && (to.empty() || what.to == to);
+}
+
+} // namespace
+
+journal::journal(std::size_t limit)
+    : limit_(std::max<std::size_t>(limit, 1)) {}
+
+void journal::record(std::string from, std::string to, std::string text) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (messages_.size() >= limit_) {
+            // A tenth at a time, so that the move of the others costs little a message.
+            const auto forgotten = static_cast<std::ptrdiff_t>(limit_ / 10 + 1);
+            messages_.erase(messages_.begin(), std::next(messages_.begin(), forgotten));
+        }
+        messages_.push_back(
+            {std::chrono::system_clock::now(), std::move(from), std::move(to), std::move(text)});
+        if (observer_) {
+            observer_(messages_.back());
+        }
+    }
+    recorded_.notify_all();
+}
+
+void journal::on_message(std::function<void(const message&)> observer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    observer_ = std::move(observer);
+}
+
+std::vector<message> journal::messages() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return messages_;
+}
+
+std::size_t journal::size() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return messages_.size();
+}
+
+std::vector<message> journal::select(std::string_view from, std::string_view to) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<message> result;
+    std::copy_if(messages_.begin(), messages_.end(), std::back_inserter(result),
+                 [&](const message& what) { return goes(what, from, to); });
+    return result;
+}
+
+std::size_t journal::count(std::string_view from, std::string_view to) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return static_cast<std::size_t>(
+        std::count_if(messages_.begin(), messages_.end(),
+                      [&](const message& what) { return goes(what, from, to); }));
+}
+
+bool journal::wait_for(const predicate& holds, std::chrono::milliseconds bound) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return recorded_.wait_for(lock, bound, [&] { return holds(messages_); });
+}
+
+void journal::clear() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    messages_.clear();
+}
+
+} // namespace peers
