@@ -82,9 +82,9 @@ TEST(http_client, one_connection_one_header_and_the_last_chunk) {
     EXPECT_EQ(curl_http::http_client::curl_callback(nullptr, 2, 3, &target), 6U);
     EXPECT_EQ(target, "two");
 
-    http.set_ending_test([] { return true; });
+    http.set_shutdown_test([] { return true; });
     EXPECT_EQ(http.get(url), "");
-    EXPECT_FALSE(http.post_json_unless_ending(url, "left out"));
+    EXPECT_FALSE(http.post_json_unless_shutting_down(url, "left out"));
     http.post_json(url, "sent");
     EXPECT_EQ(server.requests().size(), 5U);
     EXPECT_EQ(server.requests().back().body, "sent");

@@ -20,7 +20,7 @@ using texts = std::vector<std::string>;
 namespace {
 
 /// A string stands for itself, so that rubbish can be told; everything else for its compact text.
-std::string text_of(const json::value& told) {
+std::string wire_text(const json::value& told) {
     return told.IsString() ? told.GetString() : json::write(told);
 }
 
@@ -52,8 +52,8 @@ public:
             return;
         }
         for (const json::value& ask : asks->GetArray()) {
-            expected_.push_back(text_of(ask["to"]) + " " + text_of(ask["request"]));
-            answers_.push_back(text_of(ask["answer"]));
+            expected_.push_back(wire_text(ask["to"]) + " " + wire_text(ask["request"]));
+            answers_.push_back(wire_text(ask["answer"]));
         }
     }
     texts hear(const std::string& peer, const std::string& request) {
@@ -82,9 +82,9 @@ protected:
         script.begin(json::find(step, "asks"));
         static_cast<void>(output.lines());
         std::string reply;
-        const std::string received = text_of(step["receive"]);
+        const std::string received = wire_text(step["receive"]);
         EXPECT_EQ(client->parse_msg(received, reply), !step.HasMember("disconnects"));
-        EXPECT_EQ(reply, step["reply"].IsNull() ? "" : text_of(step["reply"]));
+        EXPECT_EQ(reply, step["reply"].IsNull() ? "" : wire_text(step["reply"]));
         script.check();
         texts lines = output.lines();
         EXPECT_EQ(lines.at(0), "zorvin_client::parse_msg receives: " + received);

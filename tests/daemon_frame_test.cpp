@@ -233,8 +233,8 @@ TEST(signals, each_signal_and_its_line) {
 }
 
 TEST(process, kernel_description_and_priorities) {
-    EXPECT_TRUE(tells_preemption("#1 SMP PREEMPT Thu Jan 1 00:00:00 UTC 2026"));
-    EXPECT_FALSE(tells_preemption("#1 SMP Thu Jan 1 00:00:00 UTC 2026"));
+    EXPECT_TRUE(mentions_preemption("#1 SMP PREEMPT Thu Jan 1 00:00:00 UTC 2026"));
+    EXPECT_FALSE(mentions_preemption("#1 SMP Thu Jan 1 00:00:00 UTC 2026"));
     EXPECT_EQ(get_priority(pthread_self()), 0);
     if (set_realtime_priority(pthread_self(), 1000) == 0) {
         EXPECT_EQ(get_priority(pthread_self()), 99); // clamped

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/key_derivation.h"
 #include "platform/poll_set.h"
 #include "platform/socket.h"
 #include "platform/timer.h"

@@ -6,7 +6,6 @@
 namespace csi_receiver {
 namespace {
 
-// Its first answer after a start takes longer than a core service's.
 constexpr attempt_timeouts timeouts_ms = {5000, 2000};
 
 } // namespace

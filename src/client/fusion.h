@@ -1,5 +1,4 @@
-/// The fusion daemon: a service on this access point that runs the engines which need several Bots'
-/// captures together.
+/// The fusion daemon: a service on this access point that runs engines of its own.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +11,13 @@ namespace csi_receiver {
 constexpr const char* fusion_address = "127.0.0.1";
 constexpr std::uint16_t fusion_port = 14312;
 
-/// How a request names a Bot to the fusion daemon: {"zorvin_addr": ..., "uuid": ...}, both copied
-/// into `memory`.
+/// The object that names a Bot in a request: {"zorvin_addr": ..., "uuid": ...}, both copied into
+/// `memory`.
 [[nodiscard]] json::value make_bot_ref(const std::string& zorvin_address, const std::string& uuid,
                                        json::allocator& memory);
 
-/// Sends `request` as one datagram and returns the fusion daemon's reply, which is no object when
-/// nothing usable came. Blocks for at most 7 s. Main thread only.
+/// Sends `request` as one datagram and returns the fusion daemon's reply, which is not an object
+/// when nothing usable came. Blocks for 7 s at most. Main thread only.
 [[nodiscard]] json::document fusion_request(const json::value& request);
 
 } // namespace csi_receiver

@@ -13,10 +13,6 @@ constexpr std::array<std::string_view, 5> identifier_names = {"engine", "bot", "
                                                               "service"};
 constexpr std::string_view list_name = "bots";
 
-std::string_view text_of(const json::value& string) {
-    return {string.GetString(), string.GetStringLength()};
-}
-
 bool names_identifier(std::string_view name) {
     return std::find(identifier_names.begin(), identifier_names.end(), name) !=
            identifier_names.end();
@@ -27,14 +23,14 @@ void number_to_text(json::value& number, json::allocator& memory) {
 }
 
 void text_to_number(json::value& text) {
-    text.SetUint64(parse_decimal(text_of(text)));
+    text.SetUint64(parse_decimal(json::text_of(text)));
 }
 
 } // namespace
 
 void identifiers_to_text(json::value& object, json::allocator& memory) {
     for (auto& member : object.GetObject()) {
-        const std::string_view name = text_of(member.name);
+        const std::string_view name = json::text_of(member.name);
         json::value& value = member.value;
         if (value.IsObject()) {
             identifiers_to_text(value, memory);
@@ -54,7 +50,7 @@ void identifiers_to_text(json::value& object, json::allocator& memory) {
 
 void identifiers_to_numbers(json::value& object) {
     for (auto& member : object.GetObject()) {
-        const std::string_view name = text_of(member.name);
+        const std::string_view name = json::text_of(member.name);
         json::value& value = member.value;
         if (value.IsObject()) {
             identifiers_to_numbers(value);

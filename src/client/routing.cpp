@@ -19,10 +19,7 @@ std::string format_hwaddr(const std::string& digits) {
         text += at == 0 ? "" : ":";
         text += digits.substr(at, 2);
     }
-    std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return text;
+    return to_lower(text);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-/// The routing table: the Bots that this access point serves, and the Zorvins they are reached by.
+/// The routing table: the Bots that this access point serves, and the Zorvins that reach them.
 #pragma once
 
 #include <atomic>
@@ -13,17 +13,17 @@ namespace csi_receiver {
 
 struct bot_record;
 
-/// A Zorvin: where its core service is reached, and the interfaces that its Bots use.
+/// A Zorvin: the address of its core service, and the interfaces that its Bots use.
 struct zorvin_entry {
     explicit zorvin_entry(std::string address_text)
         : address(std::move(address_text)) {}
 
-    const std::string address;           // IPv4 literal, as the configuration has it
+    const std::string address;           // of the core service, as written in the configuration
     std::vector<std::string> interfaces; // distinct, in the order first seen
-    std::vector<bot_record*> bots;       // those reached by it, in their order
+    std::vector<bot_record*> bots;       // in the order of the configuration
 };
 
-/// A Bot. Never moves once it is in the table, so references to it stay valid.
+/// A Bot. It never moves once it is in the table: references to it stay valid.
 struct bot_record {
     bot_record(std::string hwaddr_text, std::string uuid_text, std::string interface_name,
                const zorvin_entry& zorvin_of_bot)
@@ -36,9 +36,9 @@ struct bot_record {
     const std::string uuid;
     const std::string ifname;
     const zorvin_entry& zorvin;
-    std::vector<std::string> engines;  // types that need the Bot's sounding; main thread only
-    std::atomic<bool> sounding{false}; // sounding was asked for by the server, not by a scan
-    std::atomic<bool> found{false};    // seen by the present scan
+    std::vector<std::string> engines;  // running for this Bot; main thread only
+    std::atomic<bool> sounding{false}; // requested by the server, not by a scan
+    std::atomic<bool> found{false};    // by the latest scan
 };
 
 /// Zorvins and Bots in the order of the configuration. Filled on the main thread at start-up; after
@@ -47,8 +47,8 @@ class routing_table {
 public:
     using bots_type = std::deque<bot_record>;
 
-    /// Reads "bot:zorvin:interface:hwaddr" items separated by ",". Items of another form are
-    /// dropped silently, accepted ones are logged.
+    /// Parses "bot:zorvin:interface:hwaddr" items separated by ",". Accepted items are logged,
+    /// malformed ones dropped silently.
     void add_routing(const std::string& routing);
 
     /// The first Bot with exactly this uuid or hwaddr, or bots().end().
@@ -64,7 +64,7 @@ private:
 
     std::deque<zorvin_entry> zorvins_;
     bots_type bots_;
-    // What was routed first under a name; the names are those in the records, which never move.
+    // The first record of each name; the keys are views of the records' strings.
     std::unordered_map<std::string_view, zorvin_entry*> zorvin_by_address_;
     std::unordered_map<std::string_view, std::size_t> bot_by_uuid_;
 };

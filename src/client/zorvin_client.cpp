@@ -1,10 +1,10 @@
 #include "client/zorvin_client.h"
 
 #include <algorithm>
-#include <climits>
-#include <ctime>
+#include <cstdint>
 #include <optional>
 #include <thread>
+#include <utility>
 
 #include "core/interface_commands.h"
 #include "daemon/log.h"
@@ -16,38 +16,40 @@ namespace {
 
 constexpr std::uint32_t default_http_port = 8090;
 constexpr std::chrono::milliseconds ping_pause{100};
-constexpr std::chrono::seconds tick_period{30};
 
-std::chrono::nanoseconds monotonic_now() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+std::string value_of(configuration& settings, const std::string& key) {
+    return has_key(settings, key) ? get(settings, key) : "";
 }
 
-std::uint32_t parse_port(const std::string& text) {
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(parse_decimal(text), UINT32_MAX));
+std::uint32_t http_port(configuration& settings) {
+    if (!has_key(settings, "http_port")) {
+        return default_http_port;
+    }
+    const std::uint64_t port = parse_decimal(get(settings, "http_port"));
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(port, UINT32_MAX));
 }
 
 } // namespace
 
-zorvin_client::zorvin_client(int signal_descriptor, configuration& settings, int scan_period_ms)
-    : http_(default_http_port)
-    , settings_(settings)
-    , scan_timer_(
-          scan_period_ms, [this] { return scan_check(); }, 0)
-    , server_(has_key(settings, "server") ? get(settings, "server") : "")
-    , signal_descriptor_(signal_descriptor)
-    , fusion_(has_key(settings, "fusion") && get(settings, "fusion") == "yes") {
-    if (has_key(settings_, "http_port")) {
-        http_.set_port(parse_port(get(settings_, "http_port")));
-    }
-    http_.set_ending_test([this] { return is_ending(); });
+pacing::time monotonic_now() {
+    return std::chrono::steady_clock::now().time_since_epoch();
 }
 
+zorvin_client::zorvin_client(int signal_descriptor, configuration& settings, int scan_period_ms,
+                             clock_function now)
+    : settings_(settings)
+    , signal_descriptor_(signal_descriptor)
+    , now_(std::move(now))
+    , fusion_(value_of(settings, "fusion") == "yes")
+    , session_(value_of(settings, "server"), http_port(settings), state_)
+    , scanner_(state_, routing_, session_, identity_, scan_period_ms)
+    , engine_commands_(state_, routing_)
+    , dispatcher_(state_, pacing_, routing_, engine_commands_, scanner_, settings) {}
+
 zorvin_client::~zorvin_client() {
-    stop_ = true; // a scan in progress sends nothing new
+    state_.stop = true; // a scan in progress sends nothing new
     log_prefix() << "Stopping the Zorvin client";
-    scan_timer_.finish();
+    scanner_.finish();
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
         for (const std::string& ifname : zorvin.interfaces) {
             core_del_interface(zorvin.address, ifname);
@@ -58,8 +60,7 @@ zorvin_client::~zorvin_client() {
 void zorvin_client::run() {
     // Gives the streams back whichever way this function is left.
     std::optional<log_redirection> log;
-    // The client tests "log" for "true" where the entry point tests it for "yes": installations
-    // depend on both.
+    // "true" here, "yes" in the entry point: kept for compatibility.
     if (!has_key(settings_, "log") || get(settings_, "log") == "true") {
         choose_log();
         log_ = &log.emplace(log_path, log_file);
@@ -71,7 +72,7 @@ void zorvin_client::run() {
 }
 
 void zorvin_client::choose_log() {
-    log_path = has_key(settings_, "log_path") ? get(settings_, "log_path") : "";
+    log_path = value_of(settings_, "log_path");
     if (log_path.empty()) {
         log_path = "/var/run";
     } else if (log_path.back() == '/') {
@@ -82,19 +83,7 @@ void zorvin_client::choose_log() {
 
 bool zorvin_client::start_up() {
     print("ZW device module version: " + get(settings_, "version") + "\n");
-    uuid_ = get(settings_, "zorvin_uuid");
-    if (uuid_.empty()) {
-        log_prefix() << "invalid zorvin_uuid";
-        return false;
-    }
-    hex_id_to_decimal(uuid_);
-    const std::string& routing = get(settings_, "routing");
-    routing_.add_routing(routing);
-    if (routing_.zorvins().empty()) {
-        log_prefix() << "error parsing \"routing=" << routing << "\" configuration parameter";
-        return false;
-    }
-    if (!wait_for_core_services()) {
+    if (!read_identity() || !read_routing() || !wait_for_core_services()) {
         return false;
     }
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
@@ -103,20 +92,36 @@ bool zorvin_client::start_up() {
             return false;
         }
     }
-    if (!build_message_url()) {
+    if (!choose_api()) {
         return false;
     }
-    if (has_key(settings_, "csi_file")) {
-        for (const zorvin_entry& zorvin : routing_.zorvins()) {
-            save_csi(zorvin, get(settings_, "csi_file"));
-        }
+    save_csi();
+    return true;
+}
+
+bool zorvin_client::read_identity() {
+    identity_.uuid = get(settings_, "zorvin_uuid");
+    if (identity_.uuid.empty()) {
+        log_prefix() << "invalid zorvin_uuid";
+        return false;
+    }
+    hex_id_to_decimal(identity_.uuid);
+    return true;
+}
+
+bool zorvin_client::read_routing() {
+    const std::string& routing = get(settings_, "routing");
+    routing_.add_routing(routing);
+    if (routing_.zorvins().empty()) {
+        log_prefix() << "error parsing \"routing=" << routing << "\" configuration parameter";
+        return false;
     }
     return true;
 }
 
 bool zorvin_client::wait_for_core_services() {
     while (true) {
-        bool last_answers = false; // of the last Zorvin alone: it decides for all
+        bool last_answers = false; // the last Zorvin decides for all: kept for compatibility
         for (const zorvin_entry& zorvin : routing_.zorvins()) {
             last_answers = core_ping(zorvin.address);
         }
@@ -127,7 +132,7 @@ bool zorvin_client::wait_for_core_services() {
         if (last_answers) {
             return true;
         }
-        // A line for each failed ping, ten a second: the wait may last for days.
+        // Each failed ping logs a line, up to ten per second, and the wait may last for days.
         if (log_ != nullptr) {
             log_->rotate_if_grown();
         }
@@ -136,11 +141,11 @@ bool zorvin_client::wait_for_core_services() {
 }
 
 bool zorvin_client::check_interfaces(const zorvin_entry& zorvin) {
-    bool is_first = true; // per entry, so that the last entry with an access point decides
+    bool is_first = true; // per entry: the last entry that has an access point decides
     for (const std::string& ifname : zorvin.interfaces) {
         const interface_info info = core_interface_info(zorvin.address, ifname);
         if (info.iftype.empty()) {
-            continue; // no message: an interface that does not answer yet is no reason to speak
+            continue;
         }
         if (info.iftype != "ap") {
             log_prefix() << "Error: wrong wlan mode: " << info.iftype << " for interface " << ifname
@@ -148,79 +153,116 @@ bool zorvin_client::check_interfaces(const zorvin_entry& zorvin) {
             return false;
         }
         if (is_first) {
-            driver_name_ = info.driver_name;
-            ssid_ = info.ssid;
-            chains_ = info.antennas;
+            sensing_ = {info.driver_name, info.ssid, info.antennas};
             is_first = false;
         }
     }
     return true;
 }
 
-void zorvin_client::save_csi(const zorvin_entry& zorvin, const std::string& filename) {
-    if (core_save_csi(zorvin.address, filename)) {
-        log_prefix() << "Saving CSI to " << filename << " on zorvind " << zorvin.address;
-    } else {
-        log_prefix() << "Save CSI error for zorvin at " << zorvin.address;
+bool zorvin_client::choose_api() {
+    if (!has_key(settings_, "api")) {
+        settings_["api"] = "v2";
+    }
+    const std::string& api = get(settings_, "api");
+    if (api != "v2" && api != "v3") {
+        log_prefix() << "API version unsupported";
+        return false;
+    }
+    identity_.is_v3 = api == "v3";
+    session_.set_urls(api, identity_.uuid);
+    return true;
+}
+
+void zorvin_client::save_csi() {
+    if (!has_key(settings_, "csi_file")) {
+        return;
+    }
+    const std::string& filename = get(settings_, "csi_file");
+    for (const zorvin_entry& zorvin : routing_.zorvins()) {
+        if (core_save_csi(zorvin.address, filename)) {
+            log_prefix() << "Saving CSI to " << filename << " on zorvind " << zorvin.address;
+        } else {
+            log_prefix() << "Save CSI error for zorvin at " << zorvin.address;
+        }
     }
 }
 
 void zorvin_client::main_loop() {
     poll_set polls;
     poll_set_add(polls, signal_descriptor_, poll_readable);
-    loop_times times;
     bool attached = false;
-    while (!stop_) {
-        const std::chrono::nanoseconds now = monotonic_now();
-        attached = attached ? serve_polls(times, now) : connect();
+    while (!state_.stop) {
+        const pacing::time now = now_();
+        attached = attach_or_poll(attached, now);
         if (attached) {
-            serve_flags(times, now);
+            serve_requests(now);
         }
-        wait_for_signals(polls, attached ? poll_interval_ms_ / 5 : back_off_ms());
-        keep_log_small();
+        wait_for_signals(polls, pacing_.wait_ms(attached));
+        rotate_log_if_grown();
     }
 }
 
-bool zorvin_client::serve_polls(loop_times& times, std::chrono::nanoseconds now) {
-    if (now - times.last_poll <= std::chrono::milliseconds(poll_interval_ms_)) {
-        return true;
+bool zorvin_client::attach_or_poll(bool attached, pacing::time now) {
+    if (!attached) {
+        return connect();
     }
-    times.last_poll = now;
-    return poll(message_url_);
+    return !pacing_.poll_due(now) || poll(session_.message_url());
 }
 
-void zorvin_client::serve_flags(loop_times& times, std::chrono::nanoseconds now) {
-    if (now - times.last_tick > tick_period) {
-        times.last_tick = now;
-        scan_request_ = true;
-        quiet_ = true;
+/// One request per turn. The flag falls first: what raises it meanwhile must not be lost.
+void zorvin_client::serve_requests(pacing::time now) {
+    if (pacing_.tick_due(now)) {
+        state_.scan_request = true;
+        scanner_.be_quiet();
     }
-    // One of the two a turn. The flag falls first: what raises it meanwhile must not be lost.
-    if (status_update_.exchange(false)) {
+    if (state_.status_update.exchange(false)) {
         send_status();
-    } else if (scan_request_.exchange(false)) {
-        scan_start();
+    } else if (state_.scan_request.exchange(false)) {
+        scanner_.start();
     }
-}
-
-int zorvin_client::back_off_ms() const {
-    return static_cast<int>(std::min<std::int64_t>(std::int64_t{poll_interval_ms_} * 20, INT_MAX));
 }
 
 void zorvin_client::wait_for_signals(poll_set& polls, int wait_ms) {
     for (const poll_event& event : poll_set_wait(polls, wait_ms)) {
         if (event.fd == signal_descriptor_ && read_signal(signal_descriptor_)) {
-            stop_ = true;
+            state_.stop = true;
             return;
         }
     }
 }
 
-void zorvin_client::keep_log_small() {
+void zorvin_client::rotate_log_if_grown() {
     if (log_ != nullptr && log_->rotate_if_grown()) {
-        // For its effect alone: it renews the list of the Bots that were reported.
-        static_cast<void>(build_attach());
+        static_cast<void>(build_attach()); // for its effect on the reported list
     }
+}
+
+bool zorvin_client::connect() {
+    return session_.connect(build_attach(), [this](const std::string& text, std::string& reply) {
+        return parse_msg(text, reply);
+    });
+}
+
+bool zorvin_client::poll(const std::string& url) {
+    const auto handle = [this](const std::string& text, std::string& reply) {
+        return parse_msg(text, reply);
+    };
+    // A server that always has a command keeps the client in here.
+    return session_.poll(url, handle, [this] { rotate_log_if_grown(); });
+}
+
+void zorvin_client::send_status() {
+    send(build_status(identity_, scanner_.take_found()));
+}
+
+std::string zorvin_client::build_attach() {
+    return csi_receiver::build_attach(identity_, sensing_, scanner_.take_found(),
+                                      get(settings_, "version"), fusion_);
+}
+
+bool zorvin_client::parse_msg(const std::string& text, std::string& reply) {
+    return dispatcher_.parse_msg(text, reply);
 }
 
 } // namespace csi_receiver

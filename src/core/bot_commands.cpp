@@ -18,9 +18,9 @@ std::vector<std::string> core_active_bots(const std::string& address) {
         std::string uuid;
         std::uint64_t count = 0;
         for (const auto& member : bot.GetObject()) {
-            const std::string_view name(member.name.GetString(), member.name.GetStringLength());
+            const std::string_view name = json::text_of(member.name);
             if (name == "uuid") {
-                uuid.assign(member.value.GetString(), member.value.GetStringLength());
+                uuid = json::text_of(member.value);
             } else if (name == "count") {
                 count = member.value.GetUint64();
             }
@@ -41,7 +41,7 @@ bool core_sounding(const zorvin_entry& zorvin, const bot_record& bot, std::uint3
     json::set(request, "hwaddr", bot.hwaddr, memory);
     json::set(request, "quiet", json::value(quiet), memory);
     json::set(request, "rate", json::value(rate), memory);
-    return tells_success(core_request(zorvin.address, request));
+    return reports_success(core_request(zorvin.address, request));
 }
 
 bool start_sounding(bot_record& bot, std::uint32_t rate) {

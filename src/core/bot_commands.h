@@ -1,8 +1,7 @@
-/// Commands to a core service that concern Bots: which it sees, and their sounding.
+/// Commands to a core service that concern Bots: which ones it sees, and their sounding.
 ///
-/// Each is one core_request and blocks no longer than that; none logs. Replies are read without a
-/// test of their types: a core service that answers with a wrong type ends the process on purpose.
-/// Any thread.
+/// Each makes one core_request, which may block for 4 s; none logs anything itself. A reply with a
+/// member of the wrong type ends the process on purpose. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +12,16 @@
 
 namespace csi_receiver {
 
-/// The uuids of the Bots that the core service gets traffic from, as it lists them; empty on
-/// failure.
+/// The uuids of the Bots that the core service sees traffic from, in its order; empty on failure.
 [[nodiscard]] std::vector<std::string> core_active_bots(const std::string& address);
 
-/// Makes the Bot sound at `rate` (0 stops it; the unit is the core service's). True when the core
-/// service says success.
+/// Makes the Bot sound at `rate`, in the core service's unit; 0 stops it. True when the core
+/// service reports success.
 bool core_sounding(const zorvin_entry& zorvin, const bot_record& bot, std::uint32_t rate,
                    bool quiet);
 
 /// core_sounding on the server's behalf. The Bot's flag changes before the request is sent, and
-/// stays so when it fails.
+/// keeps its new value when the request fails.
 bool start_sounding(bot_record& bot, std::uint32_t rate);
 bool stop_sounding(bot_record& bot);
 

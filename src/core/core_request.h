@@ -13,8 +13,8 @@ constexpr int core_request_timeout_ms = 2000;
 constexpr int core_request_attempts = 2;
 
 /// Sends `request` as one datagram to the core service at `address` (an IPv4 literal) and returns
-/// its reply. Blocks for at most the time-out times the attempts. The reply is the caller's; it is
-/// no object when nothing usable came, which has been logged then. Any thread.
+/// its reply. Blocks for 4 s at most. The reply is not an object when nothing usable came; that has
+/// been logged, unless no socket could be made. Any thread.
 [[nodiscard]] json::document core_request(const std::string& address, const json::value& request);
 
 } // namespace csi_receiver

@@ -37,11 +37,11 @@ bool core_ping(const std::string& address) {
 }
 
 bool core_add_interface(const std::string& address, const std::string& ifname) {
-    return tells_success(ask_about(address, "add_interface", ifname));
+    return reports_success(ask_about(address, "add_interface", ifname));
 }
 
 bool core_del_interface(const std::string& address, const std::string& ifname) {
-    return tells_success(ask_about(address, "del_interface", ifname));
+    return reports_success(ask_about(address, "del_interface", ifname));
 }
 
 std::vector<std::string> core_get_interfaces(const std::string& address) {
@@ -50,7 +50,7 @@ std::vector<std::string> core_get_interfaces(const std::string& address) {
     std::vector<std::string> names;
     if (interfaces != nullptr) {
         for (const json::value& name : interfaces->GetArray()) {
-            names.emplace_back(name.GetString(), name.GetStringLength());
+            names.emplace_back(json::text_of(name));
         }
     }
     return names;
@@ -64,11 +64,11 @@ interface_info core_interface_info(const std::string& address, const std::string
         return info;
     }
     for (const auto& member : reply.GetObject()) {
-        const std::string_view name(member.name.GetString(), member.name.GetStringLength());
+        const std::string_view name = json::text_of(member.name);
         if (std::int32_t* number = number_field(info, name)) {
             *number = member.value.GetInt();
         } else if (std::string* text = text_field(info, name)) {
-            text->assign(member.value.GetString(), member.value.GetStringLength());
+            *text = json::text_of(member.value);
         }
     }
     return info;

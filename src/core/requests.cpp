@@ -35,7 +35,7 @@ json::document make_request(std::string_view command) {
     return request;
 }
 
-bool tells_success(const json::document& reply) {
+bool reports_success(const json::document& reply) {
     const json::value* success = reply.IsObject() ? json::find(reply, "success") : nullptr;
     return success != nullptr && success->GetBool();
 }

@@ -1,5 +1,5 @@
-/// What requests to the local daemons share: the exchange, how a reply is taken, how a command to a
-/// core service begins and how its reply tells success.
+/// What requests to the local daemons share: the exchange, the parsing of a reply, the first member
+/// of a command to a core service, and "success" in its reply.
 #pragma once
 
 #include <array>
@@ -15,20 +15,21 @@ namespace csi_receiver {
 /// How long each attempt waits for a reply, in ms.
 using attempt_timeouts = std::array<int, 2>;
 
-/// Sends the text as one datagram from a fresh port, and once more from the same when no reply
-/// comes. Nothing when there is no socket to the address; an empty reply when none came. A reply
-/// that comes late is taken for the second attempt's: both carry the same request.
+/// Sends the text as one datagram from a fresh port, and once more from the same port when no reply
+/// comes in time. Returns nothing when no socket to the address could be made, and an empty text
+/// when no reply came. A late reply to the first attempt counts as one to the second: both carry
+/// the same request.
 [[nodiscard]] std::optional<std::string> ask(const std::string& address, std::uint16_t port,
                                              const std::string& text,
                                              const attempt_timeouts& timeouts_ms);
 
-/// Parses a reply; one that is no object is logged.
+/// Parses a reply, and logs it when it is not an object.
 [[nodiscard]] json::document parse_reply(const std::string& reply);
 
-/// {"cmd": command}, for more members to follow.
+/// {"cmd": command}, to which the caller adds members.
 [[nodiscard]] json::document make_request(std::string_view command);
 
-/// The reply's "success"; false when there is none. One that is no boolean ends the process.
-[[nodiscard]] bool tells_success(const json::document& reply);
+/// The reply's "success"; false when it has none. Anything but a boolean ends the process.
+[[nodiscard]] bool reports_success(const json::document& reply);
 
 } // namespace csi_receiver

@@ -1,19 +1,11 @@
 #include "daemon/configuration.h"
 
-#include <algorithm>
 #include <fstream>
 #include <string_view>
 
 #include "platform/utilities.h"
 
 namespace csi_receiver {
-namespace {
-
-char to_lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-} // namespace
 
 configuration_line parse_line(const std::string& line, char separator) {
     configuration_line result{{}, {}, false};
@@ -22,8 +14,7 @@ configuration_line parse_line(const std::string& line, char separator) {
     if (text.substr(0, 1) == "#" || at == std::string_view::npos) {
         return result;
     }
-    result.key = trim(text.substr(0, at));
-    std::transform(result.key.begin(), result.key.end(), result.key.begin(), to_lower);
+    result.key = to_lower(trim(text.substr(0, at)));
     const std::string_view rest = text.substr(at + 1);
     result.value = trim(rest.substr(0, rest.find('#')));
     result.accepted = !result.value.empty();

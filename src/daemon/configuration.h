@@ -1,5 +1,4 @@
-/// The configuration: a map from lower-case key to trimmed value, and the file that it is read
-/// from.
+/// The configuration: a map from lower-case keys to trimmed values, and the file it is read from.
 #pragma once
 
 #include <string>
@@ -7,10 +6,10 @@
 
 namespace csi_receiver {
 
-/// Filled once, at start-up, and completed by the entry point. Main thread only.
+/// Filled at start-up and completed by the entry point. Main thread only.
 using configuration = std::unordered_map<std::string, std::string>;
 
-/// One line of the file; `accepted` is false for a comment and for a line without a value.
+/// One line of the file; `accepted` is false for comments and lines without a value.
 struct configuration_line {
     std::string key;
     std::string value;
@@ -19,13 +18,13 @@ struct configuration_line {
 
 [[nodiscard]] configuration_line parse_line(const std::string& line, char separator);
 
-/// Reads the whole file; a later line replaces an earlier one of the same key. The map is empty
-/// when the file cannot be read or holds no entry.
+/// Reads the whole file; the last line of a key counts. The map is empty when the file cannot be
+/// read or holds no entry.
 [[nodiscard]] configuration read_configuration(const std::string& path, char separator);
 
 [[nodiscard]] bool has_key(const configuration& map, const std::string& key);
 
-/// The value; an absent key gets an empty one.
+/// The value of `key`; adds an empty one when it is absent.
 [[nodiscard]] const std::string& get(configuration& map, const std::string& key);
 
 } // namespace csi_receiver

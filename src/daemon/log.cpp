@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/descriptor.h"
+
 namespace csi_receiver {
 
 std::string log_path;
@@ -17,13 +19,13 @@ std::ofstream log_out;
 
 namespace {
 
-/// What the log's mutex guards: the streams and where they point.
+/// The log's mutex, and what it guards besides the streams.
 struct log_state {
     std::mutex mutex;
     std::streambuf* own_output = nullptr; // set while the streams point at the log file
     std::streambuf* own_error = nullptr;
     std::streamoff position = 0; // bytes in the open log file
-    bool torn = false;           // its last line is incomplete: there was no room for it
+    bool torn = false;           // the last line is incomplete: the disk was full
 };
 
 log_state& state() {
@@ -31,8 +33,8 @@ log_state& state() {
     return only;
 }
 
-/// Takes the SIGPIPE that writing to a pipe without reader left for this thread. Received as a
-/// signal it would be logged, and the line would leave the next one, for ever.
+/// Takes the SIGPIPE that writing to a pipe without a reader has left pending for this thread. It
+/// would be logged otherwise, and each such line would raise the next one.
 void discard_broken_pipe() {
     sigset_t broken_pipe;
     sigemptyset(&broken_pipe);
@@ -42,7 +44,7 @@ void discard_broken_pipe() {
 }
 
 bool write_locked(std::ostream& stream, std::string_view text) {
-    stream.clear(); // a full disk loses the lines that it has no room for, not all that follow
+    stream.clear(); // a line lost to a full disk must not stop the next one
     stream.write(text.data(), static_cast<std::streamsize>(text.size()));
     stream.flush();
     if (!stream) {
@@ -51,7 +53,7 @@ bool write_locked(std::ostream& stream, std::string_view text) {
     return stream.good();
 }
 
-/// To standard output, wherever that points.
+/// Writes to standard output, wherever that points.
 void print_locked(std::string_view text) {
     if (state().torn && write_locked(std::cout, "\n")) {
         ++state().position;
@@ -67,7 +69,7 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &status) == 0;
 }
 
-/// The stream's own descriptor cannot be had from it: it is the one above that names the same file.
+/// A stream does not reveal its descriptor: looks for all that refer to the same file.
 void close_log_on_exec(int same_file) {
     constexpr int search_limit = 4096;
     struct stat wanted {};
@@ -82,17 +84,15 @@ void close_log_on_exec(int same_file) {
 }
 
 void open_locked(const std::string& path) {
-    // Created here so that nobody else may write it, whatever the process's file mask.
+    // Created here so that only the owner may write it, whatever the process's file mask.
     constexpr mode_t mode = 0644;
-    const int created = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode);
-    // Unbuffered, since every line goes out by itself: what a full disk refuses must not come
-    // later.
+    const descriptor created(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode));
+    // Unbuffered: each line is written by itself, and what a full disk refuses must not come later.
     log_out.rdbuf()->pubsetbuf(nullptr, 0);
     log_out.open(path, std::ios::out | std::ios::trunc);
-    if (created >= 0) {
-        fchmod(created, mode);
-        close_log_on_exec(created);
-        close(created);
+    if (created.is_open()) {
+        fchmod(created.get(), mode);
+        close_log_on_exec(created.get());
     }
     state().position = 0;
     state().torn = false;
@@ -125,7 +125,7 @@ log_line log_prefix() {
 std::string format_log_prefix(std::time_t time) {
     std::tm utc{};
     gmtime_r(&time, &utc);
-    constexpr std::size_t usual_line = 120; // so that most lines take memory once
+    constexpr std::size_t usual_line = 120; // one allocation for most lines
     std::string prefix;
     prefix.reserve(usual_line);
     prefix += '[';

@@ -1,7 +1,7 @@
 /// Log lines, the log file and its rotation.
 ///
-/// Everything the daemon says goes to standard output, which log_redirection points at the log file
-/// while that is in use. Any thread may write: each line goes out whole and flushed.
+/// All output goes to standard output, which log_redirection points at the log file while that is
+/// in use. Any thread may write: each line goes out whole and flushed.
 #pragma once
 
 #include <ctime>
@@ -13,16 +13,16 @@
 
 namespace csi_receiver {
 
-/// Directory, without a trailing "/", and name of the log file, and the open file. Empty and closed
-/// until the client opens the log.
+/// The directory of the log file, without a trailing "/", its name, and the open file. Empty and
+/// closed until the client opens the log.
 extern std::string log_path;
 extern std::string log_file;
 extern std::ofstream log_out;
 
-/// A log file that is larger than this many bytes is rotated.
+/// A log file of more bytes than this is rotated.
 constexpr std::streamoff log_size_limit = 2097152;
 
-/// One line under construction; it goes out, with a line end, when the object ends.
+/// One line under construction. The destructor adds the line end and writes the line.
 class log_line {
 public:
     explicit log_line(std::string prefix)
@@ -37,16 +37,16 @@ public:
     }
     template<class number, class = std::enable_if_t<std::is_integral_v<number>>>
     log_line& operator<<(number added) {
-        static_assert(sizeof added >= sizeof(short), "a character or a truth value is no number");
+        static_assert(sizeof added >= sizeof(short), "characters and truth values are not numbers");
         text_ += std::to_string(added);
         return *this;
     }
 
 private:
-    std::string text_; // no stream: making one costs more than all that a command says
+    std::string text_; // constructing a stream per line would cost more than the line
 };
 
-/// Begins a line with the present time: `log_prefix() << "text";`
+/// Begins a line with the current time: `log_prefix() << "text";`
 [[nodiscard]] log_line log_prefix();
 
 /// "[2026-3-7_9:5:1] ": UTC, without padding.
@@ -55,28 +55,27 @@ private:
 /// Writes the text as it is, without a prefix.
 void print(std::string_view text);
 
-/// Writes the text to the standard output that the process was started with, also while standard
-/// output is pointed at the log file.
+/// Writes the text to the standard output that the process was started with, wherever standard
+/// output points now.
 void print_to_console(std::string_view text);
 
 /// Makes room for a new log at `path`: the file becomes ".1", ".1" becomes ".2" and ".2" becomes
-/// ".3". An absent or empty file changes nothing, and failures are ignored.
+/// ".3". Does nothing when the file is absent or empty. Failures are ignored.
 void rotate(const std::string& path);
 
-/// Points standard output and standard error at the log file for as long as it lives, and gives
-/// them back their own buffers at its end. The file stays open. At most one at a time; main thread
-/// only.
+/// Points standard output and standard error at the log file while it lives, and gives them their
+/// own buffers back in the end. The file stays open. One at a time; main thread only.
 class log_redirection {
 public:
-    /// Makes the directory, rotates and opens the file. A file that cannot be opened is no error:
-    /// what is written then is lost.
+    /// Makes the directory, rotates the log and opens the file. When that cannot be opened, all
+    /// output is lost.
     log_redirection(const std::string& directory, const std::string& name);
     ~log_redirection();
     log_redirection(const log_redirection&) = delete;
     log_redirection& operator=(const log_redirection&) = delete;
 
-    /// Rotates the log when it has grown past its limit, and says so as the first line of the new
-    /// file. Costs no system call otherwise. True when it did.
+    /// Rotates the log when it has grown past its limit, and logs that as the first line of the new
+    /// file. Makes no system call otherwise. True when it rotated.
     bool rotate_if_grown();
 
 private:

@@ -4,14 +4,13 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
 #include "client/zorvin_client.h"
 #include "daemon/configuration.h"
 #include "daemon/log.h"
 #include "daemon/process.h"
 #include "daemon/signals.h"
 #include "daemon/version.h"
+#include "platform/descriptor.h"
 
 namespace {
 
@@ -21,7 +20,7 @@ void say(const std::string& line) {
     csi_receiver::print(line + "\n");
 }
 
-/// The last part of a path, with either kind of separator.
+/// The last part of a path; both kinds of slash separate parts.
 std::string base_name(const std::string& path) {
     return path.substr(path.find_last_of("/\\") + 1);
 }
@@ -60,13 +59,13 @@ int run_daemon(const std::vector<std::string>& arguments) {
     if (lacks_key(settings, "zorvin_uuid", "zorvin_uuid=<uuid>", path)) {
         return 1;
     }
-    // The entry point tests "log" for "yes" where the client tests it for "true".
+    // "yes" here, "true" in the client: kept for compatibility.
     const bool log_to_file =
         !csi_receiver::has_key(settings, "log") || csi_receiver::get(settings, "log") == "yes";
     if (std::find(arguments.begin(), arguments.end(), "-D") != arguments.end()) {
         csi_receiver::daemonise(!log_to_file);
     }
-    // The hint shows three fields, the parser takes four: installers know the text by heart.
+    // The hint shows three fields, the parser takes four: kept for compatibility.
     if (lacks_key(settings, "routing", "routing=botID1:ifname1:hwaddr1,botID2:ifname2:hwaddr2",
                   path) ||
         lacks_key(settings, "server", "server=<ip>", path)) {
@@ -75,17 +74,17 @@ int run_daemon(const std::vector<std::string>& arguments) {
     settings["version"] = csi_receiver::version();
     settings["file"] = path;
     settings["execname"] = program;
-    const int signal_descriptor = csi_receiver::create_signal_descriptor();
-    if (signal_descriptor < 0) {
+    csi_receiver::descriptor signals(csi_receiver::create_signal_descriptor());
+    if (!signals.is_open()) {
         say("Error initializing signal handling");
         return 1;
     }
     if (csi_receiver::is_preemptive_kernel()) {
         say("Running with a preemptive kernel");
     }
-    run_client(signal_descriptor, settings);
+    run_client(signals.get(), settings);
     say("Closing monitor client");
-    close(signal_descriptor);
+    signals.reset();
     say("Exiting " + program);
     return 0;
 }

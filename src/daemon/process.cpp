@@ -18,7 +18,7 @@
 namespace csi_receiver {
 namespace {
 
-/// Goes on in the child alone.
+/// Returns in the child only.
 void fork_and_leave_parent() {
     const pid_t child = fork();
     if (child != 0) {
@@ -26,7 +26,7 @@ void fork_and_leave_parent() {
     }
 }
 
-/// One call to the kernel, where it knows that call.
+/// False when the kernel does not have the call.
 bool close_range_from(int first) {
 #ifdef SYS_close_range
     return syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0;
@@ -36,7 +36,7 @@ bool close_range_from(int first) {
 #endif
 }
 
-/// Only those that are open: the limit may be a thousand million.
+/// Closes the open ones only: the limit may be a thousand million.
 bool close_listed_from(int first) {
     const auto close_directory = [](DIR* open) { closedir(open); };
     const std::unique_ptr<DIR, decltype(close_directory)> directory(opendir("/proc/self/fd"),
@@ -72,7 +72,7 @@ void close_descriptors_from(int first) {
 void fill_standard_descriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
-            open("/", O_RDONLY); // a system without devices: any other descriptor will do
+            open("/", O_RDONLY); // no /dev/null: any descriptor will do
         }
     }
 }
@@ -96,13 +96,13 @@ void daemonise(bool keep_standard_descriptors) {
     }
 }
 
-bool tells_preemption(const char* kernel_version) {
+bool mentions_preemption(const char* kernel_version) {
     return std::strstr(kernel_version, "PREEMPT") != nullptr;
 }
 
 bool is_preemptive_kernel() {
     utsname kernel{};
-    return uname(&kernel) == 0 && tells_preemption(kernel.version);
+    return uname(&kernel) == 0 && mentions_preemption(kernel.version);
 }
 
 int set_realtime_priority(pthread_t thread, int priority) {

@@ -15,10 +15,10 @@ namespace csi_receiver {
 namespace {
 
 pthread_t main_thread;
-std::atomic<bool> termination_forwarded{false}; // other threads do not see it pending
+std::atomic<bool> termination_forwarded{false}; // pending for the main thread only
 
-/// Some C libraries start a timer's thread with no signal blocked. A signal that finds it in the
-/// moment before the thread blocks it goes on to the main thread, where the descriptor delivers it,
+/// Some C libraries start a timer's thread with no signal blocked. A signal that such a thread
+/// takes before it blocks all is passed on to the main thread, where the descriptor delivers it,
 /// instead of ending the process.
 extern "C" void forward_to_main_thread(int signal_number) {
     if (signal_number == SIGTERM || signal_number == SIGHUP) {
@@ -71,7 +71,7 @@ bool read_signal(int fd) {
     case SIGTERM:
         log_prefix() << "received terminate signal ";
         return true;
-    case SIGINT: // does not stop the daemon: it is for the terminal, and the daemon has none
+    case SIGINT: // does not stop the daemon: kept for compatibility
         log_prefix() << "received interrupt signal ";
         return false;
     case SIGPIPE:

@@ -7,15 +7,16 @@
 namespace curl_http {
 namespace {
 
-constexpr long post_timeout_ms = 20000;
-constexpr long get_timeout_ms = 5000;
-constexpr long sink_timeout_ms = 200000;
 constexpr long receive_buffer_size = 10240000;
 
-/// A new list for every request, released by nobody: libcurl goes on using the one it was given
-/// last for every later request, and servers expect the content type with GETs that follow a POST.
+/// A new list for every POST, never released: libcurl uses the last one for later requests, too.
+/// Kept for compatibility.
 curl_slist* make_json_headers() {
     return curl_slist_append(nullptr, "Content-Type: application/json");
+}
+
+long to_long(std::chrono::milliseconds time) {
+    return static_cast<long>(time.count());
 }
 
 int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) {
@@ -26,11 +27,15 @@ int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) 
 } // namespace
 
 http_client::http_client(std::uint32_t port)
-    : port_(port) {
+    : http_client(port, timeouts{}) {}
+
+http_client::http_client(std::uint32_t port, const timeouts& bounds)
+    : port_(port)
+    , timeouts_(bounds) {
     curl_global_init(CURL_GLOBAL_ALL);
     handle_.reset(curl_easy_init());
     if (handle_) {
-        // Nothing comes from the environment, and signals are this process's own business.
+        // No proxy from the environment, and no signals from libcurl.
         curl_easy_setopt(handle_.get(), CURLOPT_PROXY, "");
         curl_easy_setopt(handle_.get(), CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(handle_.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
@@ -48,10 +53,10 @@ std::string http_client::post_json(const std::string& url, const std::string& bo
     return response_;
 }
 
-std::optional<std::string> http_client::post_json_unless_ending(const std::string& url,
-                                                                const std::string& body) {
+std::optional<std::string> http_client::post_json_unless_shutting_down(const std::string& url,
+                                                                       const std::string& body) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (is_ending()) {
+    if (shutting_down()) {
         return std::nullopt;
     }
     post(url, body);
@@ -63,7 +68,7 @@ void http_client::post(const std::string& url, const std::string& body) {
     if (handle_) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPHEADER, make_json_headers());
         curl_easy_setopt(handle_.get(), CURLOPT_POSTFIELDS, body.c_str());
-        receive_into_response(post_timeout_ms);
+        receive_into_response(timeouts_.post);
         perform(url);
     }
 }
@@ -71,9 +76,9 @@ void http_client::post(const std::string& url, const std::string& body) {
 std::string http_client::get(const std::string& url) {
     const std::lock_guard<std::mutex> lock(mutex_);
     response_.clear();
-    if (handle_ && !is_ending()) {
+    if (handle_ && !shutting_down()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
-        receive_into_response(get_timeout_ms);
+        receive_into_response(timeouts_.get);
         perform(url);
     }
     return response_;
@@ -85,14 +90,14 @@ std::string http_client::get_with_sink(const std::string& url, void* sink) {
     if (handle_) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
         curl_easy_setopt(handle_.get(), CURLOPT_WRITEDATA, sink);
-        curl_easy_setopt(handle_.get(), CURLOPT_TIMEOUT_MS, sink_timeout_ms);
+        curl_easy_setopt(handle_.get(), CURLOPT_TIMEOUT_MS, to_long(timeouts_.sink));
         perform(url);
     }
     return response_;
 }
 
-void http_client::receive_into_response(long timeout_ms) {
-    curl_easy_setopt(handle_.get(), CURLOPT_TIMEOUT_MS, timeout_ms);
+void http_client::receive_into_response(std::chrono::milliseconds timeout) {
+    curl_easy_setopt(handle_.get(), CURLOPT_TIMEOUT_MS, to_long(timeout));
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEFUNCTION, &http_client::curl_callback);
     curl_easy_setopt(handle_.get(), CURLOPT_WRITEDATA, &response_);
 }
@@ -121,9 +126,8 @@ std::size_t http_client::curl_callback(char* data, std::size_t size, std::size_t
                                        void* user) {
     const std::size_t length = size * nmemb;
     if (data != nullptr) {
-        // Each chunk replaces the one before it; the receive buffer is as large as it is so that a
-        // whole reply comes as one chunk. libcurl itself makes chunks of 16 KiB at most: servers
-        // keep their messages below that.
+        // Each chunk replaces the one before, and the large receive buffer makes a reply arrive as
+        // one chunk, as long as it is below libcurl's own limit of 16 KiB: kept for compatibility.
         static_cast<std::string*>(user)->assign(data, length);
     }
     return length;

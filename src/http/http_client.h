@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,39 +16,47 @@
 
 namespace curl_http {
 
-/// One libcurl handle and one response buffer, for all threads: a request waits until the one
-/// before it has ended. Errors are never returned: a failed request gives an empty or partial body
-/// and clears connected(), and only the first failure of an outage is logged. The HTTP status is
-/// not looked at. One instance a process, made before any other thread.
+/// One libcurl handle and one response buffer, which all threads share: requests run one at a time.
+/// Errors are never returned: a failed request gives an empty or partial body and clears
+/// connected(), and only the first failure of an outage is logged. The HTTP status is ignored. One
+/// instance per process, constructed before any other thread starts.
 class http_client {
 public:
-    /// `port` goes with every request, whatever port its URL names.
+    /// How long a request may take.
+    struct timeouts {
+        std::chrono::milliseconds post{20000};
+        std::chrono::milliseconds get{5000};
+        std::chrono::milliseconds sink{200000};
+    };
+
+    /// Every request goes to `port`, whatever port its URL names.
     explicit http_client(std::uint32_t port);
+    http_client(std::uint32_t port, const timeouts& bounds);
     ~http_client();
     http_client(const http_client&) = delete;
     http_client& operator=(const http_client&) = delete;
 
-    /// Asked when a request's turn has come: once it gives true, requests that are no replies are
-    /// left out. To be set before other threads send.
-    void set_ending_test(std::function<bool()> test) { ending_test_ = std::move(test); }
+    /// Asked before each request: once it returns true, only replies are sent. To be set before
+    /// other threads send.
+    void set_shutdown_test(std::function<bool()> test) { shutdown_test_ = std::move(test); }
 
-    /// Sends the body as JSON and returns the body of the reply. Waits at most 20 s for it.
+    /// Sends the body as JSON and returns the body of the reply.
     std::string post_json(const std::string& url, const std::string& body);
 
-    /// The same, or nothing when the request was left out because the process is about to end.
-    std::optional<std::string> post_json_unless_ending(const std::string& url,
-                                                       const std::string& body);
+    /// The same, but sends and returns nothing when the daemon is shutting down.
+    std::optional<std::string> post_json_unless_shutting_down(const std::string& url,
+                                                              const std::string& body);
 
-    /// Returns the body that is found at the URL. Waits at most 5 s for it. Left out, and empty,
-    /// when the process is about to end.
+    /// Returns the body that the URL has. Sends nothing, and returns an empty body, when the daemon
+    /// is shutting down.
     std::string get(const std::string& url);
 
-    /// Like get, but what is received goes to `sink` through the write function last set: a
-    /// std::string after any other request of this object, a FILE before. Waits at most 200 s;
-    /// the result is empty.
+    /// Like get, but the body goes to `sink` through the write function that was set last: `sink`
+    /// is a std::string after any other request of this object, a FILE before. Returns an empty
+    /// text.
     std::string get_with_sink(const std::string& url, void* sink);
 
-    /// Whether the last request ended well. Any thread, at any time.
+    /// Whether the last request succeeded. Any thread, at any time.
     [[nodiscard]] bool connected() const { return connected_; }
 
     void set_port(std::uint32_t port) { port_ = port; }
@@ -61,18 +70,19 @@ private:
         void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
     };
 
-    // with the mutex held
+    // called with the mutex held
     void post(const std::string& url, const std::string& body);
-    void receive_into_response(long timeout_ms);
+    void receive_into_response(std::chrono::milliseconds timeout);
     void perform(const std::string& url);
-    [[nodiscard]] bool is_ending() const { return ending_test_ && ending_test_(); }
+    [[nodiscard]] bool shutting_down() const { return shutdown_test_ && shutdown_test_(); }
 
     std::string response_;
     std::uint32_t port_;
+    const timeouts timeouts_;
     std::atomic<bool> connected_{false};
     std::unique_ptr<CURL, handle_deleter> handle_;
     std::mutex mutex_; // guards response_ and handle_, for the whole of a request
-    std::function<bool()> ending_test_;
+    std::function<bool()> shutdown_test_;
 };
 
 } // namespace curl_http

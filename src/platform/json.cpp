@@ -10,11 +10,11 @@
 namespace json {
 namespace {
 
-/// Takes nothing nested too deeply, and no number that is too large for a double: the library reads
-/// such as 8e308 as infinite, and its writer would end the text before it.
+/// Refuses texts that are nested too deeply and numbers too large for a double: the library reads
+/// 8e308 as infinity, and its writer would stop the text there.
 class bounded_document : public document {
 public:
-    // NOLINTBEGIN(readability-identifier-naming): the library's names
+    // NOLINTBEGIN(readability-identifier-naming): the library calls them by these names
     bool StartObject() { return ++depth_ <= max_depth && document::StartObject(); }
     bool StartArray() { return ++depth_ <= max_depth && document::StartArray(); }
     bool EndObject(rapidjson::SizeType count) {
@@ -43,13 +43,13 @@ document parse(std::string_view text) {
     bounded_document result;
     rapidjson::MemoryStream bytes(text.data(), text.size());
     rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
-    // Iterative: a thread with a small stack may parse a reply, too.
+    // Iterative: threads with small stacks parse replies, too.
     const auto read = [&](const document& /*result*/) {
         rapidjson::Reader reader;
         return !reader.Parse<rapidjson::kParseIterativeFlag>(stream, result).IsError();
     };
     result.Populate(read);
-    return document(std::move(result)); // without what was only needed to read it
+    return document(std::move(result)); // drops what only the parser needed
 }
 
 std::string write(const value& from) {
@@ -74,7 +74,11 @@ std::optional<std::string_view> find_string(const value& object, std::string_vie
     if (member == nullptr || !member->IsString()) {
         return std::nullopt;
     }
-    return std::string_view(member->GetString(), member->GetStringLength());
+    return text_of(*member);
+}
+
+std::string_view text_of(const value& string) {
+    return {string.GetString(), string.GetStringLength()};
 }
 
 std::optional<std::int32_t> find_int(const value& object, std::string_view name) {

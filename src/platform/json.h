@@ -1,5 +1,5 @@
-/// JSON documents and the few operations on them that the daemon needs again and again.
-/// The only file that includes the JSON library, so that every user gets it set up alike.
+/// JSON documents and the few operations on them that the daemon needs.
+/// The only file that includes the JSON library, so that all code gets the same settings.
 #pragma once
 
 #include <cstddef>
@@ -20,17 +20,16 @@ namespace json {
 #define RAPIDJSON_ASSERT(x)                                                                        \
     (static_cast<bool>(x) ? static_cast<void>(0) : ::json::assertion_failed(__FILE__, __LINE__, #x))
 #define RAPIDJSON_HAS_STDSTRING 1
-// On 32-bit machines the library aligns to 4 bytes, but its values hold numbers of 64 bits, which a
-// processor may want at multiples of 8: there, an access elsewhere ends the process.
+// On 32-bit machines the library aligns to 4 bytes, but its values hold 64-bit numbers. Processors
+// that need those at multiples of 8 end the process otherwise.
 #define RAPIDJSON_ALIGN(x) (((x) + std::size_t{7}) & ~std::size_t{7})
 
 #include <rapidjson/document.h>
 
 namespace json {
 
-/// Where a document has its memory from. It takes 4 KiB at a time, enough for nearly every message:
-/// the library's own 64 KiB make some C libraries ask the system for memory, and give it back, with
-/// every message.
+/// Memory of a document, taken 4 KiB at a time, which is enough for nearly every message. With the
+/// library's own 64 KiB some C libraries request memory from the system for every message.
 class allocator : public rapidjson::MemoryPoolAllocator<> {
 public:
     allocator()
@@ -41,12 +40,12 @@ using document = rapidjson::GenericDocument<rapidjson::UTF8<>, allocator>;
 using value = document::ValueType;
 static_assert(RAPIDJSON_ALIGN(1) % alignof(value) == 0);
 
-/// Objects and arrays nested deeper than this are refused: passes over a document and its writer
-/// call themselves once a level, and no peer's text may exhaust the stack.
+/// Objects and arrays nested deeper than this are refused: the writer and the passes over a
+/// document recurse once per level, and no peer's text may exhaust the stack.
 constexpr int max_depth = 1000;
 
-/// Parses one JSON text. The document is null when the text is no JSON or nested too deeply.
-/// The document keeps copies of all strings; `text` may go away.
+/// Parses one JSON text. The document is null when the text is not JSON or is nested too deeply.
+/// The document copies all strings; `text` need not outlive the call.
 [[nodiscard]] document parse(std::string_view text);
 
 /// The compact text of a value: no blanks, no line ends.
@@ -59,6 +58,9 @@ constexpr int max_depth = 1000;
 /// The text of the member `name` if it is a string; it lives as long as the member.
 [[nodiscard]] std::optional<std::string_view> find_string(const value& object,
                                                           std::string_view name);
+
+/// The text of a string value, which must be one; it lives as long as the value.
+[[nodiscard]] std::string_view text_of(const value& string);
 
 /// The member `name` if it is an integer that fits 32 bits with sign.
 [[nodiscard]] std::optional<std::int32_t> find_int(const value& object, std::string_view name);

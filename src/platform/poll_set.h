@@ -1,4 +1,4 @@
-/// The descriptors that a thread waits on together, and what the wait reports.
+/// A set of descriptors to wait on, and what the wait reports.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@
 
 namespace csi_receiver {
 
-/// Something to read, urgent data, an error or a hang-up. Writable is left out on purpose: a socket
-/// is writable nearly always, and the wait would never wait.
+/// Data to read, urgent data, an error or a hang-up. POLLOUT is left out on purpose: a socket is
+/// nearly always writable, and the wait would return at once.
 constexpr short poll_readable = POLLIN | POLLPRI | POLLERR | POLLHUP;
 
 /// One condition of one descriptor; {-1, POLLERR} for a wait that failed.
@@ -19,7 +19,8 @@ struct poll_event {
     std::uint32_t event;
 };
 
-/// Poll records in the order in which they were added. Belongs to one thread; owns no descriptor.
+/// Poll records in the order in which they were added. Belongs to one thread; does not own the
+/// descriptors.
 struct poll_set {
     std::vector<pollfd> records;
 };
@@ -32,8 +33,8 @@ int poll_set_modify(poll_set& set, int fd, short events);
 
 void poll_set_remove(poll_set& set, int fd);
 
-/// Waits at most `timeout_ms` (below 0: without end). Returns one event for each condition that was
-/// reported, in the order of the records and of the bits; nothing when the time ran out.
+/// Waits for `timeout_ms` at most, without a bound when below 0. Returns one event per reported
+/// condition, in the order of the records and of the bits; none when the time ran out.
 [[nodiscard]] std::vector<poll_event> poll_set_wait(poll_set& set, int timeout_ms);
 
 } // namespace csi_receiver

@@ -11,10 +11,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/descriptor.h"
+
 namespace csi_receiver {
 namespace {
 
-/// Either kind of address as the system's calls take it.
+/// Either kind of address, in the form that system calls take.
 struct any_address {
     any_address(const std::string& text, std::uint16_t port) {
         if (make_inet_address(text, port, inet)) {
@@ -59,8 +61,8 @@ bool is_inet_address(const std::string& text) {
 }
 
 void make_local_address(const std::string& text, sockaddr_un& address) {
-    // The path is a block of exactly 108 bytes, not a terminated string: what the text does not
-    // fill is zero, and a longer text loses its end.
+    // The path is a block of exactly 108 bytes, not a terminated string: a shorter text is padded
+    // with zeros, a longer one cut. Kept for compatibility.
     static_assert(sizeof address.sun_path == 108 && sizeof address == local_address_length);
     address = {};
     address.sun_family = AF_UNIX;
@@ -181,13 +183,11 @@ int close_stream(int fd) {
 }
 
 int interface_running(const std::string& ifname) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::memcpy(request.ifr_name, ifname.data(),
                 std::min(ifname.size(), sizeof request.ifr_name - 1));
-    const int result = ioctl(fd, SIOCGIFFLAGS, &request);
-    close(fd);
-    if (result < 0) {
+    if (ioctl(any.get(), SIOCGIFFLAGS, &request) < 0) {
         return -1;
     }
     const int wanted = IFF_UP | IFF_RUNNING;

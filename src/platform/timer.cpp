@@ -37,7 +37,7 @@ timer_t create_system_timer(sigevent* notification) {
     return id;
 }
 
-/// Attributes of the callback's threads; only a real-time priority needs any.
+/// Attributes of the callback's threads; needed for a real-time priority only.
 class thread_attributes {
 public:
     explicit thread_attributes(int priority) {
@@ -59,9 +59,9 @@ private:
     pthread_attr_t attributes_{};
 };
 
-/// Some C libraries start a timer's threads with no signal blocked; none of the process's signals
-/// is for them. Only added to the mask: others run the callback on the timer's own thread, which
-/// keeps a signal of theirs blocked that would end the process.
+/// Some C libraries start a timer's threads with no signal blocked, and these threads must not take
+/// the process's signals. The mask is only added to: other libraries run the callback on a thread
+/// of their own, where they keep a signal blocked that would end the process.
 void block_all_signals() {
     sigset_t all;
     sigfillset(&all);
@@ -70,9 +70,8 @@ void block_all_signals() {
 
 } // namespace
 
-/// What a run needs. A thread that the system launched for an expiry may get to `entry` after the
-/// timer is gone, so it looks the state up by a token, never by an address, and holds it while it
-/// works with it.
+/// What a run needs. A thread that the system started for an expiry may reach `entry` after the
+/// timer is gone: it looks the state up by a token, not by an address, and shares it while it runs.
 struct timer::state {
     explicit state(callback called)
         : function(std::move(called)) {}
@@ -87,19 +86,19 @@ struct timer::state {
     }
 
     const callback function;
-    std::mutex run;  // held while the callback runs
-    std::mutex gate; // guards what follows, never held across a run
+    std::mutex run_mutex;   // held while the callback runs
+    std::mutex state_mutex; // guards what follows; never held across a run
     itimerspec timing{};
     timer_t id{};
     bool armed = false;
     bool closed = false;
-    unsigned arming = 0; // counts the starts
+    unsigned generation = 0; // counts the starts
     int token = 0;
 };
 
 namespace {
 
-/// The live timers by token. Never destroyed: a late thread may ask after main has returned.
+/// The live timers by token. Never destroyed: a late thread may look here after main has returned.
 template<class state>
 struct registry {
     std::mutex mutex;
@@ -149,7 +148,7 @@ timer::timer(int period_ms, callback function, int priority)
 
 timer::~timer() {
     {
-        const std::lock_guard<std::mutex> lock(state_->gate);
+        const std::lock_guard<std::mutex> lock(state_->state_mutex);
         state_->closed = true;
         timer_delete(state_->id);
     }
@@ -157,25 +156,25 @@ timer::~timer() {
 }
 
 int timer::start(int first_delay_us) {
-    const std::lock_guard<std::mutex> lock(state_->gate);
+    const std::lock_guard<std::mutex> lock(state_->state_mutex);
     state_->armed = true;
-    ++state_->arming;
+    ++state_->generation;
     return state_->arm(first_delay_us == 0 ? state_->timing.it_interval
                                            : from_microseconds(first_delay_us));
 }
 
 int timer::stop() {
-    const std::lock_guard<std::mutex> lock(state_->gate);
+    const std::lock_guard<std::mutex> lock(state_->state_mutex);
     return state_->disarm();
 }
 
 void timer::finish() {
     {
-        const std::lock_guard<std::mutex> lock(state_->gate);
+        const std::lock_guard<std::mutex> lock(state_->state_mutex);
         state_->closed = true;
         state_->disarm();
     }
-    const std::lock_guard<std::mutex> until_run_ended(state_->run);
+    const std::lock_guard<std::mutex> until_run_ended(state_->run_mutex);
 }
 
 void timer::entry(sigval token) {
@@ -184,19 +183,19 @@ void timer::entry(sigval token) {
     if (!self) {
         return;
     }
-    unsigned arming = 0;
+    unsigned generation = 0;
     {
-        const std::lock_guard<std::mutex> lock(self->gate);
-        if (self->closed || !self->armed || !self->run.try_lock()) {
+        const std::lock_guard<std::mutex> lock(self->state_mutex);
+        if (self->closed || !self->armed || !self->run_mutex.try_lock()) {
             return;
         }
-        arming = self->arming;
+        generation = self->generation;
     }
-    const std::lock_guard<std::mutex> run(self->run, std::adopt_lock);
+    const std::lock_guard<std::mutex> run(self->run_mutex, std::adopt_lock);
     if (self->function && !self->function()) {
-        const std::lock_guard<std::mutex> lock(self->gate);
-        // A start that came during the run stands: this run's false speaks of the arming before it.
-        if (!self->closed && self->arming == arming) {
+        const std::lock_guard<std::mutex> lock(self->state_mutex);
+        // A start that came during the run stands: false ends only what was started before.
+        if (!self->closed && self->generation == generation) {
             self->disarm();
         }
     }

@@ -1,4 +1,4 @@
-/// Periodic work: a timer that calls back on threads of the system's, and one to wait on.
+/// Periodic work: a timer that calls back on threads that the system starts, and one to wait on.
 #pragma once
 
 #include <csignal>
@@ -8,19 +8,19 @@
 
 namespace threading {
 
-/// Calls a function object once a period, each time on a thread that the system starts for it. Runs
-/// never overlap: an expiry that comes while a run lasts is dropped. Any thread may call its
-/// operations, but the one that destroys it.
+/// Calls a function object once per period, each time on a thread that the system starts. Runs
+/// never overlap: an expiry during a run is dropped. Any thread may call its operations; it must
+/// outlive the calls.
 class timer {
 public:
-    /// True goes on, false stops the timer until it is started anew.
+    /// Returns false to stop the timer until the next start.
     using callback = std::function<bool()>;
 
-    /// Created disarmed. `priority` above 0 asks for that real-time priority for the callback's
-    /// threads. Throws std::runtime_error with the system's text when it refuses the timer.
+    /// Created disarmed. A `priority` above 0 is the real-time priority of the callback's threads.
+    /// Throws std::runtime_error with the system's error text when the system refuses the timer.
     timer(int period_ms, callback function, int priority);
 
-    /// No run begins afterwards; one that is going is not waited for.
+    /// No run begins afterwards. Does not wait for a run in progress.
     ~timer();
     timer(const timer&) = delete;
     timer& operator=(const timer&) = delete;
@@ -30,8 +30,8 @@ public:
     int start(int first_delay_us);
     int stop();
 
-    /// Lets no further run begin, for good, and waits until the run in flight has ended. Not to be
-    /// called from the callback.
+    /// Stops the timer for good and waits until a run in progress has ended. Not to be called from
+    /// the callback.
     void finish();
 
 private:
@@ -41,10 +41,10 @@ private:
     std::shared_ptr<state> state_;
 };
 
-/// A periodic timer that raises SIGALRM, and the wait for it. Armed from construction on.
+/// A periodic timer that raises SIGALRM, and the wait for it. Armed by its constructor.
 class interval_timer {
 public:
-    /// Blocks SIGALRM in the calling thread. Throws std::runtime_error like timer.
+    /// Blocks SIGALRM in the calling thread. Throws as timer does.
     explicit interval_timer(int interval_us);
     virtual ~interval_timer();
     interval_timer(const interval_timer&) = delete;

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <utility>
 
-#include <unistd.h>
+#include <sys/socket.h>
 
 #include "platform/socket.h"
 
@@ -17,24 +17,16 @@ udp_client::udp_client(const std::string& address, std::uint16_t port)
 }
 
 void udp_client::open() {
-    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd_ < 1 || !bind_address(fd_, "0.0.0.0", 0)) {
+    socket_ = descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd() < 1 || !bind_address(fd(), "0.0.0.0", 0)) {
         return;
     }
-    if (!connect_address(fd_, address_, port_)) {
-        close(fd_);
-        fd_ = -1;
+    if (!connect_address(fd(), address_, port_)) {
+        socket_.reset();
         return;
     }
-    poll_set_add(polls_, fd_, poll_readable);
-}
-
-std::uint16_t udp_client::local_port() const {
-    return csi_receiver::local_port(fd_);
-}
-
-udp_client::~udp_client() {
-    close_socket();
+    local_port_ = csi_receiver::local_port(fd());
+    poll_set_add(polls_, fd(), poll_readable);
 }
 
 udp_client::udp_client(udp_client&& other) noexcept
@@ -46,34 +38,37 @@ udp_client::udp_client(udp_client&& other) noexcept
 udp_client& udp_client::operator=(udp_client&& other) noexcept {
     if (this != &other) {
         close_socket();
-        fd_ = std::exchange(other.fd_, -1);
+        poll_set_remove(other.polls_, other.fd());
+        socket_ = std::move(other.socket_);
         address_ = other.address_;
         port_ = other.port_;
+        local_port_ = other.local_port_;
         state_ = other.state_;
-        poll_set_add(polls_, fd_, poll_readable);
+        poll_set_add(polls_, fd(), poll_readable);
     }
     return *this;
 }
 
 void udp_client::close_socket() {
-    poll_set_remove(polls_, fd_);
-    if (fd_ > 0) {
-        close(fd_);
+    poll_set_remove(polls_, fd());
+    if (fd() == 0) {
+        static_cast<void>(socket_.release()); // never closes standard input
     }
+    socket_.reset();
 }
 
 bool udp_client::send(const std::string& text) {
-    if (fd_ < 0) {
+    if (fd() < 0) {
         return false;
     }
-    return send_text(fd_, text, MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+    return send_text(fd(), text, MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
 }
 
 bool udp_client::receive(std::string& out) {
-    if (fd_ < 0) {
+    if (fd() < 0) {
         return false;
     }
-    const ssize_t count = recv_into(fd_, buffer_, 0);
+    const ssize_t count = recv_into(fd(), buffer_, 0);
     if (count < 0) {
         return errno == EAGAIN;
     }
@@ -85,7 +80,7 @@ bool udp_client::receive(std::string& out) {
 
 std::string udp_client::exchange(const std::string& request, int timeout_ms) {
     std::string reply;
-    if (fd_ < 1 || !send(request)) {
+    if (fd() < 1 || !send(request)) {
         return reply;
     }
     for (const poll_event& event : poll_set_wait(polls_, timeout_ms)) {

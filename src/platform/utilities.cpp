@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 
 #include "daemon/log.h"
@@ -17,21 +16,15 @@ namespace csi_receiver {
 namespace {
 
 constexpr std::string_view white_space = " \t\n\r\f\v";
-constexpr std::string_view pre_shared_phrase = "KestrelHarbour";
 
-/// Each byte as two lower-case hexadecimal digits, the bytes joined by `joint`.
-template<class bytes>
-std::string to_hex(const bytes& from, std::string_view joint) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const std::uint8_t byte : from) {
-        if (!text.empty()) {
-            text += joint;
-        }
-        text += digits[byte >> 4U];
-        text += digits[byte & 0xfU];
+/// Appends, then trims the whole, which joins lines. Only the new end can need it: `to` has been
+/// trimmed before.
+void append_trimmed(std::string& to, std::string_view piece) {
+    if (to.empty()) {
+        piece.remove_prefix(std::min(piece.find_first_not_of(white_space), piece.size()));
     }
-    return text;
+    to += piece;
+    to.erase(to.find_last_not_of(white_space) + 1);
 }
 
 std::string first_of(const std::vector<std::string>& fields) {
@@ -83,13 +76,35 @@ void hex_id_to_decimal(std::string& id) {
     }
 }
 
+char to_lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string to_lower(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+        c = to_lower(c);
+    }
+    return lower;
+}
+
+std::string to_hex(const std::uint8_t* bytes, std::size_t count, std::string_view separator) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t at = 0; at < count; ++at) {
+        text += at == 0 ? std::string_view() : separator;
+        text += digits[bytes[at] >> 4U];
+        text += digits[bytes[at] & 0xfU];
+    }
+    return text;
+}
+
 std::string mac_to_string(const std::array<std::uint8_t, 6>& mac) {
-    return to_hex(mac, ":");
+    return to_hex(mac.data(), mac.size(), ":");
 }
 
 std::string id_to_mac(std::uint64_t id) {
-    // The mark that ids carry above the address. Only the low 48 bits are shown, so taking it off
-    // changes nothing; it is kept because the ids are made by adding it.
+    // Only the low 48 bits are shown, so this changes nothing: kept for compatibility.
     id -= 0x0002000000000000U;
     std::array<std::uint8_t, 6> mac{};
     for (auto byte = mac.rbegin(); byte != mac.rend(); ++byte) {
@@ -107,9 +122,7 @@ std::string run_command(const std::string& command) {
     std::string result;
     std::array<char, 1024> line{};
     while (std::fgets(line.data(), static_cast<int>(line.size()), stream) != nullptr) {
-        // Trimmed after every piece: that is what joins the lines.
-        result += line.data();
-        result = trim(result);
+        append_trimmed(result, line.data());
     }
     pclose(stream);
     return result;
@@ -122,7 +135,7 @@ std::vector<std::string> get_time_zone(const std::string& tool) {
         return split("EST5EDT,M3.2.0/02:00,M11.1.0/02:00", ',');
     }
     std::array<char, 100> line{};
-    // The stream is never closed: the tool may go on, and nobody waits for its end.
+    // The stream is never closed: kept for compatibility.
     std::FILE* stream = popen((tool + " get TZ").c_str(), "r");
     if (stream != nullptr) {
         fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
@@ -145,16 +158,6 @@ std::vector<std::string> apply_time_zone(const std::string& tool) {
     setenv("TZ", zone.c_str(), 1);
     tzset();
     return fields;
-}
-
-std::string derive_psk(const std::string& salt) {
-    constexpr int iterations = 4096;
-    std::array<std::uint8_t, 32> key{};
-    const int derived = PKCS5_PBKDF2_HMAC_SHA1(
-        pre_shared_phrase.data(), static_cast<int>(pre_shared_phrase.size()),
-        reinterpret_cast<const unsigned char*>(salt.data()), static_cast<int>(salt.size()),
-        iterations, static_cast<int>(key.size()), key.data());
-    return derived == 1 ? to_hex(key, "") : std::string();
 }
 
 } // namespace csi_receiver

@@ -1,9 +1,10 @@
-// Engine commands: they are not answered here, but forwarded to the engine that they name.
+#include "client/engine_commands.h"
+
 #include <algorithm>
+#include <optional>
+#include <string_view>
 
 #include "client/fusion.h"
-#include "client/identifiers.h"
-#include "client/zorvin_client.h"
 #include "core/bot_commands.h"
 #include "core/core_request.h"
 #include "daemon/log.h"
@@ -19,10 +20,6 @@ bool is_fusion_engine(const std::string& engine) {
 json::value* find_array(json::value& object, std::string_view name) {
     json::value* const found = json::find(object, name);
     return found != nullptr && found->IsArray() ? found : nullptr;
-}
-
-std::string text_of(const json::value& string) {
-    return {string.GetString(), string.GetStringLength()};
 }
 
 json::value bot_ref(const bot_record& bot, json::allocator& memory) {
@@ -50,79 +47,12 @@ void flatten_bots(json::document& reply) {
     }
 }
 
-} // namespace
-
-json::document zorvin_client::carry_out_engine_command(const std::string& text,
-                                                       json::document& message, bot_record* bot) {
-    const std::string engine(json::find_string(message, "engineType").value_or(""));
-    const std::string word(json::find_string(message, "cmd").value_or(""));
-    const std::vector<bot_record*> targets = find_targets(message, bot);
-    // What the engine answers changes nothing about the Bots: they sound before it starts, and it
-    // has let go of them before they stop.
-    if (word == "start") {
-        start_engine(engine, targets);
-    }
-    json::document reply = is_fusion_engine(engine) ? ask_fusion(text, message, bot, targets)
-                                                    : ask_local_engine(text, message, targets);
-    if (word == "stop") {
-        stop_engine(engine, targets);
-    }
-    if (reply.IsObject() && json::find_string(reply, "ifname")) {
-        reply.EraseMember("ifname"); // keeps the order of the others
-    }
-    return reply;
-}
-
-std::vector<bot_record*> zorvin_client::find_targets(json::document& message, bot_record* bot) {
-    if (bot != nullptr) {
-        return {bot};
-    }
-    std::vector<bot_record*> targets;
-    if (const json::value* const bots = find_array(message, "bots")) {
-        for (const json::value& element : bots->GetArray()) {
-            const auto known = element.IsString() ? routing_.find_bot_by_uuid(text_of(element))
-                                                  : routing_.bots().end();
-            if (known != routing_.bots().end()) {
-                targets.push_back(&*known);
-            }
-        }
-    }
-    return targets;
-}
-
-void zorvin_client::start_engine(const std::string& engine,
-                                 const std::vector<bot_record*>& targets) {
-    for (bot_record* const bot : targets) {
-        start_sounding(*bot, static_cast<std::uint32_t>(sounding_rate_));
-        std::vector<std::string>& engines = bot->engines;
-        const bool runs = std::find(engines.begin(), engines.end(), engine) != engines.end();
-        if (!runs) {
-            engines.push_back(engine);
-        }
-        log_prefix() << (runs ? "restarting bot " : "starting bot ") << bot->uuid << " for "
-                     << engine << " engine";
-    }
-}
-
-void zorvin_client::stop_engine(const std::string& engine,
-                                const std::vector<bot_record*>& targets) {
-    for (bot_record* const bot : targets) {
-        std::vector<std::string>& engines = bot->engines;
-        engines.erase(std::remove(engines.begin(), engines.end(), engine), engines.end());
-        if (engines.empty()) {
-            stop_sounding(*bot);
-            log_prefix() << "engine list for bot " << bot->uuid << " empty, stopping bot";
-        }
-    }
-}
-
-json::document zorvin_client::ask_fusion(const std::string& text, json::document& message,
-                                         const bot_record* bot,
-                                         const std::vector<bot_record*>& targets) {
+json::document ask_fusion(const std::string& text, json::document& message,
+                          const bot_record* selected, const std::vector<bot_record*>& targets) {
     log_prefix() << "--> to fusion engine --> " << text;
     json::allocator& memory = message.GetAllocator();
-    if (bot != nullptr) {
-        json::set(message, "bot", bot_ref(*bot, memory), memory);
+    if (selected != nullptr) {
+        json::set(message, "bot", bot_ref(*selected, memory), memory);
     } else if (json::value* const bots = find_array(message, "bots")) {
         bots->SetArray();
         for (const bot_record* const target : targets) {
@@ -136,15 +66,79 @@ json::document zorvin_client::ask_fusion(const std::string& text, json::document
     return reply;
 }
 
-json::document zorvin_client::ask_local_engine(const std::string& text,
-                                               const json::document& message,
-                                               const std::vector<bot_record*>& targets) {
+json::document ask_local_engine(const std::string& text, const json::document& message,
+                                const std::vector<bot_record*>& targets) {
     if (targets.empty()) {
-        return {}; // nobody knows where that engine would be
+        return {}; // which core service should run the engine is undefined
     }
     const std::string& address = targets.front()->zorvin.address;
     log_prefix() << "--> to local engine at " << address << " --> " << text;
     return core_request(address, message);
+}
+
+} // namespace
+
+json::document engine_commands::execute(const std::string& text, json::document& message,
+                                        bot_record* selected) {
+    const std::string engine(json::find_string(message, "engineType").value_or(""));
+    const std::string word(json::find_string(message, "cmd").value_or(""));
+    const targets_type targets = find_targets(message, selected);
+    // Whatever the engine answers: the Bots sound before it starts, and stop after it has stopped.
+    if (word == "start") {
+        start(engine, targets);
+    }
+    json::document reply = is_fusion_engine(engine) ? ask_fusion(text, message, selected, targets)
+                                                    : ask_local_engine(text, message, targets);
+    if (word == "stop") {
+        stop(engine, targets);
+    }
+    if (reply.IsObject() && json::find_string(reply, "ifname")) {
+        reply.EraseMember("ifname"); // keeps the order of the others
+    }
+    return reply;
+}
+
+engine_commands::targets_type engine_commands::find_targets(json::document& message,
+                                                            bot_record* selected) {
+    if (selected != nullptr) {
+        return {selected};
+    }
+    targets_type targets;
+    if (const json::value* const bots = find_array(message, "bots")) {
+        for (const json::value& element : bots->GetArray()) {
+            const auto known = element.IsString()
+                                   ? routing_.find_bot_by_uuid(std::string(json::text_of(element)))
+                                   : routing_.bots().end();
+            if (known != routing_.bots().end()) {
+                targets.push_back(&*known);
+            }
+        }
+    }
+    return targets;
+}
+
+void engine_commands::start(const std::string& engine, const targets_type& targets) {
+    for (bot_record* const bot : targets) {
+        start_sounding(*bot, state_.core_rate());
+        std::vector<std::string>& engines = bot->engines;
+        const bool runs = std::find(engines.begin(), engines.end(), engine) != engines.end();
+        if (!runs) {
+            engines.push_back(engine);
+        }
+        log_prefix() << (runs ? "restarting bot " : "starting bot ") << bot->uuid << " for "
+                     << engine << " engine";
+    }
+}
+
+void engine_commands::stop(const std::string& engine, const targets_type& targets) {
+    for (bot_record* const bot : targets) {
+        std::vector<std::string>& engines = bot->engines;
+        engines.erase(std::remove(engines.begin(), engines.end(), engine), engines.end());
+        if (engines.empty()) {
+            stop_sounding(*bot);
+            log_prefix() << "engine list for bot " << bot->uuid << " empty, stopping bot";
+        }
+    }
 }
 
 } // namespace csi_receiver
