@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <string>
@@ -23,7 +24,7 @@ constexpr std::chrono::seconds bound{20};
 
 using texts = std::vector<std::string>;
 
-/// A client that runs on a thread, and the signals that it reads.
+/// A client that runs on a thread, the signals that it reads, and its clock.
 class running_client {
 public:
     explicit running_client(
@@ -32,7 +33,8 @@ public:
         : settings_(std::move(settings)) {
         EXPECT_EQ(pipe2(signals_, O_NONBLOCK | O_CLOEXEC), 0);
         thread_ = std::thread([this, scan_period_ms] {
-            csi_receiver::zorvin_client client(signals_[0], settings_, scan_period_ms);
+            const auto now = [this] { return csi_receiver::monotonic_now() + ahead_.load(); };
+            csi_receiver::zorvin_client client(signals_[0], settings_, scan_period_ms, now);
             client.run();
         });
     }
@@ -50,6 +52,8 @@ public:
         record.ssi_signo = static_cast<std::uint32_t>(number);
         EXPECT_EQ(write(signals_[1], &record, sizeof record), 128);
     }
+    /// Moves the client's clock: polls and the scan every 30 s come when it says so.
+    void move_clock(std::chrono::nanoseconds by) { ahead_ = ahead_.load() + by; }
     void join() {
         if (thread_.joinable()) {
             thread_.join();
@@ -59,6 +63,7 @@ public:
 private:
     csi_receiver::configuration settings_;
     int signals_[2] = {-1, -1};
+    std::atomic<std::chrono::nanoseconds> ahead_{std::chrono::nanoseconds{0}};
     std::thread thread_;
 };
 

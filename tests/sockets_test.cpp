@@ -1,23 +1,15 @@
-// Sockets, the poll set, timers and the utilities, on the real system.
-#include <atomic>
+// Sockets, the poll set and the UDP client, on the real system.
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <ctime>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/key_derivation.h"
 #include "platform/poll_set.h"
 #include "platform/socket.h"
-#include "platform/timer.h"
 #include "platform/udp_client.h"
-#include "platform/utilities.h"
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
@@ -185,144 +177,4 @@ TEST(socket, accepts_and_closes_streams) {
     EXPECT_EQ(recv_into(caller, buffer, 0), 0);
     close(caller);
     close(listener);
-}
-
-TEST(timer, first_delay_period_and_stop_by_false) {
-    std::atomic<int> runs{0};
-    threading::timer timer(
-        200, [&runs] { return ++runs < 3; }, 0);
-    const stopwatch watch;
-    timer.start(50000);
-    ASSERT_TRUE(wait_until([&runs] { return runs == 1; }));
-    EXPECT_GE(watch.elapsed(), 50ms);
-    EXPECT_LT(watch.elapsed(), 180ms);
-    ASSERT_TRUE(wait_until([&runs] { return runs == 3; }));
-    EXPECT_GE(watch.elapsed(), 450ms);
-    EXPECT_FALSE(wait_until([&runs] { return runs > 3; }, 500ms)) << "false did not stop it";
-
-    const stopwatch again;
-    timer.start(0); // the first expiry is one period away
-    ASSERT_TRUE(wait_until([&runs] { return runs == 4; }));
-    EXPECT_GE(again.elapsed(), 200ms);
-    timer.start(100000);
-    EXPECT_EQ(timer.stop(), 0);
-    EXPECT_FALSE(wait_until([&runs] { return runs > 4; }, 300ms)) << "stop did not stop it";
-}
-
-TEST(timer, runs_never_overlap_and_finish_waits_for_the_last) {
-    std::atomic<int> inside{0};
-    std::atomic<int> most{0};
-    std::atomic<int> runs{0};
-    std::atomic<bool> release{false};
-    threading::timer timer(
-        10,
-        [&] {
-            most = std::max<int>(most, ++inside);
-            wait_until([&release] { return release.load(); });
-            --inside;
-            ++runs;
-            return true;
-        },
-        0);
-    timer.start(1);
-    ASSERT_TRUE(wait_until([&inside] { return inside == 1; }));
-    EXPECT_FALSE(wait_until([&most] { return most > 1; }, 100ms));
-    std::thread releaser([&release] {
-        std::this_thread::sleep_for(50ms);
-        release = true;
-    });
-    timer.finish();
-    EXPECT_EQ(inside, 0);
-    const int ended = runs;
-    EXPECT_FALSE(wait_until([&] { return runs > ended; }, 100ms)) << "a run after finish";
-    releaser.join();
-}
-
-TEST(timer, a_start_during_a_run_outlives_the_false_of_that_run) {
-    std::atomic<int> runs{0};
-    threading::timer* self = nullptr;
-    threading::timer timer(
-        50,
-        [&] {
-            if (++runs == 1) {
-                self->start(0);
-                return false;
-            }
-            return true;
-        },
-        0);
-    self = &timer;
-    timer.start(1);
-    EXPECT_TRUE(wait_until([&runs] { return runs >= 3; }));
-}
-
-TEST(timer, destroying_it_at_any_moment_is_safe) {
-    for (int round = 0; round < 200; ++round) {
-        auto runs = std::make_shared<std::atomic<int>>(0);
-        threading::timer timer(
-            1, [runs] { return ++*runs > 0; }, 0);
-        timer.start(1 + round * 10);
-        wait_until([&runs] { return *runs > 0; }, std::chrono::milliseconds(round % 4));
-    }
-}
-
-TEST(timer, refused_by_the_system_throws_its_text) {
-    rlimit old{};
-    getrlimit(RLIMIT_SIGPENDING, &old);
-    const rlimit none{0, old.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
-    EXPECT_THROW(threading::interval_timer(1000), std::runtime_error);
-    setrlimit(RLIMIT_SIGPENDING, &old);
-}
-
-TEST(timer, interval_timer_is_waited_on) {
-    const stopwatch watch;
-    threading::interval_timer timer(20000);
-    for (int turn = 0; turn < 3; ++turn) {
-        EXPECT_TRUE(timer.wait());
-    }
-    EXPECT_GE(watch.elapsed(), 55ms);
-}
-
-TEST(utilities, text_functions) {
-    const struct {
-        const char* id;
-        const char* decimal;
-    } ids[] = {{"0x10", "16"},
-               {"16", "16"},
-               {"0X10", "0X10"},
-               {"x10", "x10"},
-               {"0xZZ", "0"},
-               {"0x", "0"},
-               {"0xffffffffffffffff", "18446744073709551615"},
-               {"0x1Ag", "26"},
-               {"", ""}};
-    for (const auto& row : ids) {
-        std::string id = row.id;
-        hex_id_to_decimal(id);
-        EXPECT_EQ(id, row.decimal) << row.id;
-    }
-    EXPECT_EQ(split(",a,,b,", ','), (std::vector<std::string>{"a", "b"}));
-    EXPECT_TRUE(split("", ',').empty());
-    EXPECT_EQ(mac_to_string({0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F}), "0a:0b:0c:0d:0e:0f");
-    EXPECT_EQ(id_to_mac(0x00020A0B0C0D0E0FU), "0a:0b:0c:0d:0e:0f");
-    EXPECT_EQ(id_to_mac(0), "00:00:00:00:00:00");
-    EXPECT_EQ(run_command("printf '  one\\n two\\n'"), "one two");
-    EXPECT_EQ(run_command("printf 'a\\nb\\n'"), "ab");
-    EXPECT_EQ(run_command("/no/such/command 2>&1 | tail -c 0"), "");
-    // The passphrase is fixed, so the key of a network name is too; made with another program.
-    EXPECT_EQ(derive_psk("csi-lab"),
-              "75b9a9cf24d4ed37605f0cc01bdfe67b70a7eb98695a0b13e0b7bdd377c72296");
-}
-
-TEST(utilities, time_zone_from_the_tool_or_the_default) {
-    captured_output output;
-    EXPECT_EQ(apply_time_zone("/no/such/tool").size(), 3U);
-    EXPECT_STREQ(getenv("TZ"), "EST5EDT");
-    EXPECT_EQ(output.lines().back(), "[Utilit]: Time zone is EST5EDT");
-
-    temporary_directory directory;
-    const std::string tool = directory.write("tool", "#!/bin/sh\necho noise\necho \"$2,x/$1\"\n");
-    chmod(tool.c_str(), 0755);
-    EXPECT_EQ(get_time_zone(tool), (std::vector<std::string>{"TZ", "x/get"}));
 }

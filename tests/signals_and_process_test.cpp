@@ -1,0 +1,75 @@
+// Signals through their descriptor, and what the process knows of its kernel and threads.
+#include <csignal>
+
+#include <gtest/gtest.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "daemon/process.h"
+#include "daemon/signals.h"
+#include "support/fixtures.h"
+
+using namespace csi_receiver;
+
+TEST(signals, each_signal_and_its_line) {
+    captured_output output;
+    const int fd = create_signal_descriptor();
+    ASSERT_GE(fd, 0);
+    EXPECT_FALSE(read_signal(fd));
+    const struct {
+        int number;
+        bool terminates;
+        const char* line;
+    } rows[] = {{SIGHUP, true, "received hangup signal "},
+                {SIGINT, false, "received interrupt signal "},
+                {SIGPIPE, false, "received broken pipe signal "},
+                {SIGTERM, true, "received terminate signal "}};
+    for (const auto& row : rows) {
+        kill(getpid(), row.number);
+        EXPECT_EQ(termination_pending(), row.terminates);
+        EXPECT_EQ(read_signal(fd), row.terminates) << row.number;
+        EXPECT_EQ(output.lines(), std::vector<std::string>{row.line});
+    }
+    kill(getpid(), SIGALRM);
+    EXPECT_FALSE(read_signal(fd));
+
+    // A thread that does not block the signals hands them to the main thread.
+    std::thread careless([] {
+        sigset_t none;
+        sigemptyset(&none);
+        pthread_sigmask(SIG_SETMASK, &none, nullptr);
+        kill(getpid(), SIGTERM);
+        pthread_kill(pthread_self(), SIGHUP);
+    });
+    careless.join();
+    std::thread([] { EXPECT_TRUE(termination_pending()) << "on any thread"; }).join();
+    EXPECT_TRUE(read_signal(fd));
+    EXPECT_TRUE(read_signal(fd));
+    EXPECT_FALSE(read_signal(fd));
+    close(fd);
+
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    signalfd_siginfo record{};
+    record.ssi_signo = 40;
+    ASSERT_EQ(write(ends[1], &record, sizeof record), 128);
+    ASSERT_EQ(write(ends[1], &record, 100), 100);
+    static_cast<void>(output.lines());
+    EXPECT_FALSE(read_signal(ends[0]));
+    EXPECT_FALSE(read_signal(ends[0])); // a part of a record is none
+    close(ends[0]);
+    EXPECT_FALSE(read_signal(ends[0]));
+    EXPECT_EQ(output.lines(),
+              (std::vector<std::string>{"received unexpected signal number 40",
+                                        "error reading signal descriptor: Bad file descriptor"}));
+    close(ends[1]);
+}
+
+TEST(process, kernel_description_and_priorities) {
+    EXPECT_TRUE(mentions_preemption("#1 SMP PREEMPT Thu Jan 1 00:00:00 UTC 2026"));
+    EXPECT_FALSE(mentions_preemption("#1 SMP Thu Jan 1 00:00:00 UTC 2026"));
+    EXPECT_EQ(get_priority(pthread_self()), 0);
+    if (set_realtime_priority(pthread_self(), 1000) == 0) {
+        EXPECT_EQ(get_priority(pthread_self()), 99); // clamped
+    }
+}
