@@ -1,7 +1,6 @@
 /// The daemon's one object: starts up, runs the main loop, and ends.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 

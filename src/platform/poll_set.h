@@ -1,7 +1,6 @@
 /// A set of descriptors to wait on, and what the wait reports.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
