@@ -25,7 +25,7 @@ constexpr const char* usage =
 constexpr const char* help =
     "Reports what is wrong with an installation of csi_receiver. Changes nothing.\n\n"
     "  CONF       the daemon's configuration file\n"
-    "  --offline  do not contact the core services, the fusion daemon and the REST server\n"
+    "  --offline  do not contact the core services, the fusion daemon or the REST server\n"
     "  --json     print an array of objects {\"level\",\"where\",\"what\",\"do\"}\n"
     "  --color    color the words ok, warn and FAIL; auto: on a terminal\n\n"
     "Run it as the user that runs the daemon. Exit status: 0 all is well, 1 warnings, 2 failures,\n"

@@ -40,7 +40,7 @@ std::optional<std::string> read_configuration_file(const std::string& path, repo
         const int error = errno;
         findings.fail("file", "cannot read " + quoted(path) + ": " + std::strerror(error),
                       error == ENOENT ? "check the path, or copy the sample csi_receiver.conf there"
-                                      : "make it readable for the user that runs the daemon");
+                                      : "make it readable by the user that runs the daemon");
         return std::nullopt;
     }
     check_permissions_as_root(path, findings);

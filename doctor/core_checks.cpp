@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "core/core_request.h"
@@ -45,7 +46,7 @@ bool check_answered(const timed_reply& reply, const std::string& where, const st
                     report& findings) {
     if (!reply.text) {
         findings.fail(where,
-                      "no route to this address; the daemon logs nothing about it; " + effect,
+                      "no route to this address (the daemon logs nothing about it); " + effect,
                       "check the address in \"routing\", and this machine's network (ip route)");
     } else if (reply.text->empty() && reply.took < first_timeout) {
         findings.fail(where, "nothing listens on " + udp_port() + "; " + effect,

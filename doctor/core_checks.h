@@ -1,8 +1,6 @@
 /// The core services: whether each answers, and what it reports about the interfaces of its Bots.
 #pragma once
 
-#include <string>
-
 #include "client/routing.h"
 #include "doctor/findings.h"
 

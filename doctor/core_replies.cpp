@@ -18,12 +18,12 @@ void explain_not_an_object(const std::string& reply, const std::string& name,
         const std::string size = std::to_string(reply.size());
         findings.fail(
             where, name + " is longer than the " + size + " bytes that the daemon reads; " + effect,
-            "the core service must answer in less than " + size + " bytes: update it");
+            "update the core service: it must answer in less than " + size + " bytes");
         return;
     }
     findings.fail(where,
                   name + " is not a JSON object: " + quoted(reply.substr(0, 60)) + "; " + effect,
-                  "check that it is a core service that listens on UDP port " +
+                  "check that a core service, and nothing else, listens on UDP port " +
                       std::to_string(csi_receiver::core_service_port));
 }
 
@@ -59,8 +59,8 @@ bool check_type(std::string_view name, const json::value& member, const std::str
                   "the core service reports " + quoted(name) + ":" +
                       printable(json::write(member).substr(0, 60)) +
                       ", a wrong type that makes the daemon abort with status 134",
-                  std::string("the core service must send ") +
-                      (wrong_integer ? "a 32-bit integer" : "a string") + " there: update it");
+                  std::string("update the core service: it must send ") +
+                      (wrong_integer ? "a 32-bit integer" : "a string"));
     return false;
 }
 
@@ -89,11 +89,11 @@ void check_facts(const interface_facts& facts, const std::string& where, report&
         findings.fail(where,
                       "is in mode " + quoted(facts.mode) +
                           " instead of \"ap\": the daemon exits with \"wrong wlan mode\"",
-                      "write an access point's interface into \"routing\", or make this one an "
-                      "access point");
+                      "name an access point's interface in \"routing\", or make this one an access "
+                      "point");
     } else if (facts.driver.empty() || facts.ssid.empty() || facts.antennas <= 0) {
-        findings.warn(where, "mode ap, but the core service does not report everything: " + details,
-                      "check that the access point is up there");
+        findings.warn(where, "mode ap, but the core service reports incomplete data: " + details,
+                      "check that the access point is up");
     } else {
         findings.ok(where, "mode ap, " + details);
     }
@@ -112,7 +112,7 @@ bool check_ping_reply(const std::string& reply, const std::string& where, const 
         findings.fail(where,
                       "its answer to a ping has no member \"ping\": " +
                           quoted(reply.substr(0, 60)) + "; " + effect,
-                      "the core service must answer {\"ping\":\"pong\"}: update it");
+                      "update the core service: it must answer {\"ping\":\"pong\"}");
         return false;
     }
     return true;

@@ -30,7 +30,7 @@ void check_fusion_daemon(report& findings) {
     }
     findings.fail(where,
                   std::string("nothing listens at ") + csi_receiver::fusion_address + " on " +
-                      port + ": the engines that are offered to the server fail",
+                      port + ", so the engines offered to the server do not work",
                   "start the fusion daemon on this machine, or delete fusion=yes");
 }
 

@@ -19,8 +19,8 @@ bool logs_to_file(const settings& config) {
     return log == config.end() || log->second.value == "true";
 }
 
-/// Nothing done here helps with a relative path: its place depends on the daemon's working
-/// directory.
+/// For a relative path nothing but an absolute one helps: where it leads depends on the daemon's
+/// working directory.
 std::string remedy_for(const std::string& path, const std::string& remedy) {
     return path.front() == '/' ? remedy : "write an absolute path: log_path=/...";
 }
@@ -56,7 +56,7 @@ void check_file(const std::string& file, const std::string& where, report& findi
     } else if (path_exists(file) && access(file.c_str(), W_OK) != 0) {
         findings.fail(where,
                       "cannot write to " + quoted(file) + ": " + std::strerror(errno) + log_lost,
-                      "make it writable for the user that runs the daemon, or run csi_doctor as "
+                      "make it writable by the user that runs the daemon, or run csi_doctor as "
                       "that user");
     } else {
         findings.ok(where, "the log goes to " + quoted(file) + root_caveat());
@@ -73,7 +73,7 @@ void check_directory(const std::string& directory, const std::string& where, rep
     } else if (access(path.c_str(), W_OK | X_OK) != 0) {
         findings.fail(where,
                       "cannot write to " + quoted(path) + ": " + std::strerror(errno) + log_lost,
-                      "make it writable for the user that runs the daemon, or run csi_doctor as "
+                      "make it writable by the user that runs the daemon, or run csi_doctor as "
                       "that user");
     } else {
         check_file(directory + "/csi_receiver.log", where, findings);

@@ -42,9 +42,8 @@ std::string hex_digits_of(const std::string& hwaddr) {
 /// The hwaddr to write instead, if its digits are all there.
 std::string hwaddr_remedy(const std::string& written) {
     const std::string digits = hex_digits_of(written);
-    return digits.size() == hwaddr_digits
-               ? "write " + digits
-               : "write the 12 hexadecimal digits, without 0x and colons";
+    return digits.size() == hwaddr_digits ? "write " + digits
+                                          : "write the 12 hexadecimal digits, without 0x or colons";
 }
 
 /// The first thing in it that is not a hexadecimal digit, as a clause; empty when there is none.
