@@ -287,3 +287,11 @@ TEST(doctor, asks_the_peers_and_leaves_them_as_they_were) {
         expect_finding(dead, 2, words);
     }
 }
+
+TEST(doctor, connects_to_no_server_whose_name_cannot_be_right) {
+    report found;
+    check_network({{"server", {"127.0.0.1:80", 1}}}, found);
+    EXPECT_TRUE(found.all().empty());
+    check_network({{"server", {"user@127.0.0.1", 1}}, {"http_port", {"1", 2}}}, found);
+    expect_finding(found, 2, "FAIL  REST server user@127.0.0.1: ");
+}
