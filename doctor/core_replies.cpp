@@ -27,10 +27,6 @@ void explain_not_an_object(const std::string& reply, const std::string& name,
                       std::to_string(csi_receiver::core_service_port));
 }
 
-std::string_view view_of(const json::value& string) {
-    return {string.GetString(), string.GetStringLength()};
-}
-
 /// What the daemon uses of a reply to "info".
 struct interface_facts {
     std::string mode;
@@ -66,11 +62,11 @@ bool check_type(std::string_view name, const json::value& member, const std::str
 
 void read_member(std::string_view name, const json::value& member, interface_facts& facts) {
     if (name == "iftype") {
-        facts.mode = view_of(member);
+        facts.mode = json::text_of(member);
     } else if (name == "driver_name") {
-        facts.driver = view_of(member);
+        facts.driver = json::text_of(member);
     } else if (name == "ssid") {
-        facts.ssid = view_of(member);
+        facts.ssid = json::text_of(member);
     } else if (name == "antennas") {
         facts.antennas = member.GetInt();
     }
@@ -127,7 +123,7 @@ void check_info_reply(const std::string& reply, const std::string& where, report
     interface_facts facts;
     bool all_readable = true;
     for (const auto& member : answer.GetObject()) {
-        const std::string_view name = view_of(member.name);
+        const std::string_view name = json::text_of(member.name);
         if (check_type(name, member.value, where, findings)) {
             read_member(name, member.value, facts);
         } else {
