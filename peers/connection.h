@@ -18,7 +18,8 @@ public:
     connection(const connection&) = delete;
     connection& operator=(const connection&) = delete;
 
-    /// Waits until there is something to read, or the client has closed the connection.
+    /// Waits until there is something to read or the client has closed the connection. False when
+    /// the time is up or the waker was woken.
     [[nodiscard]] bool wait(std::chrono::milliseconds timeout);
     /// Reads what has arrived, or else waits for it for up to five seconds. 0 when the client has
     /// closed the connection or nothing arrived.

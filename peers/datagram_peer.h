@@ -22,8 +22,8 @@ namespace peers {
 
 /// How a peer misbehaves. The journal has every request all the same: the daemon did send it.
 struct datagram_faults {
-    bool silent = false; // requests are read but neither handled nor answered
-    double loss = 0;     // share of the requests treated as if never received, 0 to 1
+    bool silent = false;                // requests are read but neither handled nor answered
+    double loss = 0;                    // share of the requests that never reach the peer, 0 to 1
     std::chrono::milliseconds delay{0}; // before each reply; later requests do not wait for it
     bool duplicate = false;             // each reply is sent twice
 };

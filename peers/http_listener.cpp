@@ -93,8 +93,8 @@ private:
 
 http_request copy_of(const httplib::Request& from) {
     // The library adds these to the headers that the client sent.
-    static const std::set<std::string> added = {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR",
-                                                "LOCAL_PORT"};
+    static const std::set<std::string> added{"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR",
+                                             "LOCAL_PORT"};
     http_request result{std::chrono::steady_clock::now(),
                         from.method,
                         from.target,

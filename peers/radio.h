@@ -9,15 +9,14 @@
 
 namespace peers {
 
-/// Not for several threads at once. The caller passes the time, which must not go backwards.
+/// For one thread at a time. The caller passes the time, which must not go backwards.
 class radio {
 public:
     using time_point = std::chrono::steady_clock::time_point;
 
-    /// How long a Bot must answer soundings until it is heard, and stays heard without them.
     struct timing {
-        std::chrono::milliseconds appear_after{1500};
-        std::chrono::milliseconds vanish_after{3000};
+        std::chrono::milliseconds appear_after{1500}; // of sounding until a Bot is heard
+        std::chrono::milliseconds vanish_after{3000}; // without it until it is no longer heard
     };
     struct heard_bot {
         std::string uuid;

@@ -1,5 +1,4 @@
-// What soak, demo and people rely on: the peers' faults come as ordered, and csi_lab shows each
-// message for what it is.
+// The peers misbehave exactly as ordered, and csi_lab shows each message for what it is.
 #include <algorithm>
 #include <cstdint>
 #include <string>
