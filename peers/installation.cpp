@@ -6,10 +6,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/utilities.h"
+
 namespace peers {
 namespace {
 
-constexpr unsigned first_bot = 101;
+/// Locally administered addresses begin here.
+constexpr std::uint64_t first_hwaddr = 0x020000000000;
 
 std::string core_address(unsigned index) {
     return "127.0.0." + std::to_string(index + 1);
@@ -21,15 +24,18 @@ std::string hex(unsigned number, int digits) {
     return text;
 }
 
-std::string routing(const installation_options& options) {
-    std::ostringstream result;
-    for (unsigned bot = 0; bot < options.bots; ++bot) {
-        const unsigned zorvin = bot % options.zorvins;
-        const unsigned id = first_bot + bot;
-        result << (bot == 0 ? "" : ",") << id << ':' << core_address(zorvin) << ":wlan" << zorvin
-               << ":0200" << hex(id, 8);
+std::string without_colons(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ':'), text.end());
+    return text;
+}
+
+std::string routing(const std::vector<routed_bot>& bots) {
+    std::string result;
+    for (const routed_bot& bot : bots) {
+        result += (result.empty() ? "" : ",") + bot.uuid + ':' + bot.core_address + ':' +
+                  bot.ifname + ':' + without_colons(bot.hwaddr);
     }
-    return result.str();
+    return result;
 }
 
 core_service_options core_options(const installation_options& options, unsigned index) {
@@ -90,6 +96,18 @@ std::string condition(bool running, bool silent) {
 
 } // namespace
 
+std::vector<routed_bot> bots_of(const installation_options& options) {
+    constexpr unsigned first_id = 101;
+    std::vector<routed_bot> result;
+    for (unsigned index = 0; index < options.bots; ++index) {
+        const unsigned id = first_id + index;
+        const unsigned zorvin = index % options.zorvins;
+        result.push_back({std::to_string(id), csi_receiver::id_to_mac(first_hwaddr + id),
+                          "wlan" + std::to_string(zorvin), core_address(zorvin)});
+    }
+    return result;
+}
+
 std::string configuration(const installation_options& options) {
     std::ostringstream result;
     result << "# Matches csi_lab with " << options.zorvins << " Zorvins and " << options.bots
@@ -101,7 +119,7 @@ std::string configuration(const installation_options& options) {
            << "log=no\n"
            << (options.fusion ? "fusion=yes\n" : "")
            << "# Bot id:address of its core service:interface:hwaddr, for each Bot.\n"
-           << "routing=" << routing(options) << '\n';
+           << "routing=" << routing(bots_of(options)) << '\n';
     return result.str();
 }
 

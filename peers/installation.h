@@ -31,6 +31,17 @@ struct installation_options {
     radio::timing times;
 };
 
+/// A Bot as the routing of the configuration names it.
+struct routed_bot {
+    std::string uuid;
+    std::string hwaddr; // "aa:bb:cc:dd:ee:ff"
+    std::string ifname;
+    std::string core_address; // of its Zorvin's core service
+};
+
+/// The Bots of an installation, in the order of the routing.
+[[nodiscard]] std::vector<routed_bot> bots_of(const installation_options& options);
+
 /// The daemon's configuration file for such an installation, with its log on standard output.
 [[nodiscard]] std::string configuration(const installation_options& options);
 
