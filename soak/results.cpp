@@ -12,7 +12,7 @@ namespace {
 constexpr std::chrono::seconds max_answer_time{30};
 
 void check_load(const conversation_checker& conversation, reporter& report) {
-    const char* const check = "the load covers all commands";
+    const char* const check = "the load covers everything";
     const conversation_checker::counters counts = conversation.counts();
     const std::size_t kinds = conversation.replies_by_kind().size();
     const std::string seen = std::to_string(kinds) + " kinds of commands were answered";
@@ -44,7 +44,7 @@ void check_conversation(const conversation_checker& conversation, reporter& repo
         "every message is correct",
         std::to_string(counts.attaches + counts.status_messages + counts.scan_reports) +
             " attaches, status messages and scan reports");
-    const char* const in_time = "every answer comes in time";
+    const char* const in_time = "every reply comes in time";
     const std::string longest =
         in_seconds(counts.longest_answer) + " at most (" + counts.slowest_kind + ")";
     report.expect(counts.longest_answer <= max_answer_time, in_time, longest);
@@ -54,7 +54,7 @@ void check_conversation(const conversation_checker& conversation, reporter& repo
 
 void check_log(const log_reader& log, const server_faults& faults, reporter& report) {
     const log_reader::counters& counts = log.counts();
-    const char* const one_line = "an outage logs one line";
+    const char* const one_line = "an outage is logged once";
     const std::string lines = std::to_string(counts.failed_requests) + " lines";
     report.expect(counts.failed_requests == faults.log_lines(), one_line,
                   lines + ", but " + std::to_string(faults.log_lines()) + " in faults");

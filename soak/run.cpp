@@ -35,7 +35,7 @@ constexpr double min_replies_per_second = 5;
 constexpr const char* attach_answer = R"({"cmd":"associate"})";
 constexpr const char* alive_check = "the daemon stays alive";
 constexpr const char* return_check = "the daemon comes back";
-constexpr const char* exit_check = "SIGTERM ends the daemon cleanly";
+constexpr const char* exit_check = "SIGTERM ends the daemon properly";
 
 peers::installation_options installation_options(std::uint32_t seed) {
     peers::installation_options result;

@@ -119,7 +119,7 @@ void server_faults::finish(steady_clock::duration recovery) {
 
 /// `disconnected`: the server told the daemon to disconnect, so it had to attach anyway.
 void server_faults::judge(std::size_t attaches, std::size_t lines, bool disconnected) {
-    const char* const line_check = "an outage logs one line";
+    const char* const line_check = "an outage is logged once";
     const std::string seen = std::string(faults[fault_].name) + ": " + std::to_string(lines) +
                              " lines, " + std::to_string(attaches) + " attaches";
     const bool session_lost = attaches > 0 && !disconnected;

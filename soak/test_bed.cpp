@@ -86,7 +86,7 @@ steady_clock::duration test_bed::terminate() {
     const steady_clock::time_point begin = steady_clock::now();
     daemon_.terminate();
     const auto exit = daemon_.wait(timeout);
-    report_.expect(exit && exit->wait_status == 0, "SIGTERM ends the daemon cleanly",
+    report_.expect(exit && exit->wait_status == 0, "SIGTERM ends the daemon properly",
                    exit ? "wait status " + std::to_string(exit->wait_status) : "not at all");
     return steady_clock::now() - begin;
 }

@@ -291,8 +291,8 @@ struct soak_faults : testing::Test {
 
 } // namespace
 
-TEST_F(soak_faults, an_outage_logs_one_line_and_the_daemon_comes_back) {
-    const checks lines = {"an outage logs one line"};
+TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
+    const checks lines = {"an outage is logged once"};
     const checks session = {"only an outage ends the session"};
     enum kind { stopped, silent, slow, cutting, error_status };
     enum reaction { polling, attaching, disconnected, none };
