@@ -11,8 +11,7 @@
 #include "soak/worst_cases.h"
 
 int main(int argc, char** argv) {
-    CLI::App app("Runs csi_receiver against played peers under load and faults, and checks it.",
-                 "csi_soak");
+    CLI::App app("Runs csi_receiver under load and faults, and checks it.", "csi_soak");
     csi_soak::run_options options;
     app.add_option("--daemon", options.daemon, "Path of the program csi_receiver")->required();
     app.add_option("--folder", options.folder, "Empty folder for files")->required();

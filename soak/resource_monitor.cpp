@@ -19,8 +19,8 @@ constexpr std::size_t max_descriptors = 16;
 
 // A POST leaves one node of libcurl's header list behind: 80 bytes where pointers have 64 bits.
 constexpr double max_bytes_per_post = 200;
-// The C library keeps memory that was in use at once, if only for a moment. Most of this happens in
-// the first minutes, so a short run shows part of it.
+// The C library keeps the memory of a short peak in use. New peaks come mostly in the first
+// minutes, so a short run shows part of this.
 constexpr double max_bytes_kept = 128 * 1024;
 constexpr double min_posts = 200;
 

@@ -186,7 +186,7 @@ void soak_run::run_with_faults(steady_clock::duration duration) {
                    "not after the last fault");
 }
 
-/// The daemon must be as fast as ever, and its memory must have stopped growing.
+/// The faults must have no after-effects: the daemon is fast again, and its memory does not grow.
 void soak_run::run_without_faults(steady_clock::duration duration) {
     const std::size_t before = conversation_.counts().replies;
     run_for(duration, [] {});

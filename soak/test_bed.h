@@ -1,4 +1,4 @@
-/// The daemon among played peers that one case can put into the state it needs.
+/// A daemon with peers that one case can put into the state it needs.
 #pragma once
 
 #include <functional>
