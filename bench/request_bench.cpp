@@ -86,7 +86,8 @@ template<class request>
 void client_http(benchmark::State& state, const request& ask) {
     const csi_bench::http_peer peer;
     curl_http::http_client client(peer.port());
-    client.set_shutdown_test(csi_receiver::termination_pending); // the daemon pays for this call, too
+    client.set_shutdown_test(
+        csi_receiver::termination_pending); // the daemon pays for this call, too
     run_http(state, client, ask);
 }
 
