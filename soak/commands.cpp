@@ -180,7 +180,7 @@ test_command command_generator::for_engine() {
             with(object, members(all)),
             with(object, answer),
             word == "state" ? variable_part::engine_state : variable_part::none,
-            is_fusion ? "fusion" : "core " + first.core_address,
+            is_fusion ? "fusion" : peers::core_name(first.core_address),
             {}};
 }
 
