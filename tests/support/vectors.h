@@ -1,0 +1,48 @@
+/// The files in vectors/: tests that are written as data.
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/json.h"
+
+/// The names of the files in the folder, sorted, without ".json".
+inline std::vector<std::string> vector_files(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& file : std::filesystem::directory_iterator(CSI_RECEIVER_VECTORS + folder)) {
+        if (file.is_regular_file()) {
+            names.push_back(file.path().stem());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+inline std::string vector_path(const std::string& folder, const std::string& name) {
+    return CSI_RECEIVER_VECTORS + folder + "/" + name + ".json";
+}
+
+inline std::string read_file(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/// A string stands for itself, so that rubbish can be written; everything else for its compact
+/// text.
+inline std::string wire_text(const json::value& written) {
+    return written.IsString() ? std::string(json::text_of(written)) : json::write(written);
+}
+
+/// An object stands for its one member: the name, a blank and the value.
+inline std::string named_text(const json::value& written) {
+    if (!written.IsObject()) {
+        return wire_text(written);
+    }
+    const auto member = written.MemberBegin();
+    return wire_text(member->name) + " " + wire_text(member->value);
+}
