@@ -6,6 +6,18 @@
 using namespace csi_receiver;
 using namespace std::chrono_literals;
 
+TEST(client_clock, is_the_monotonic_one) {
+    const auto monotonic = [] {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+    };
+    const pacing::time before = monotonic();
+    const pacing::time now = monotonic_now();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, monotonic());
+}
+
 TEST_F(client, the_last_zorvin_decides_whether_core_services_are_up) {
     peers::core_service last(journal, "127.0.0.3");
     last.stop();

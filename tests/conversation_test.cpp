@@ -65,11 +65,7 @@ protected:
         EXPECT_EQ(reply, step["reply"].IsNull() ? "" : wire_text(step["reply"]));
         script.check();
         texts lines = {"zorvin_client::parse_msg receives: " + received};
-        if (const json::value* const log = json::find(step, "log")) {
-            for (const json::value& line : log->GetArray()) {
-                lines.push_back(wire_text(line));
-            }
-        }
+        for_each(step, "log", [&](const auto& line) { lines.push_back(wire_text(line)); });
         EXPECT_EQ(output.lines(), lines);
         known["scan_request"] = "false";
         if (const json::value* changes = json::find(step, "changes")) {

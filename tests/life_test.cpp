@@ -18,7 +18,7 @@ public:
     explicit stepped_client(const configuration& settings)
         : run_(settings, 3600 * 1000, [this] {
             waits_ = true;
-            wait_until([this] { return !waits_; }, bound);
+            EXPECT_TRUE(wait_until([this] { return !waits_; }, bound)) << "a turn too many";
             return now_.load();
         }) {}
     ~stepped_client() {
@@ -81,10 +81,7 @@ public:
             }
         }
         for (const auto& name : common["names"].GetObject()) {
-            texts& named = names_[name.name.GetString()];
-            for (const json::value& text : name.value.GetArray()) {
-                named.push_back(named_text(text));
-            }
+            names_[name.name.GetString()] = expected(common["names"], name.name.GetString());
         }
         routing_table table;
         table.add_routing(settings_["routing"]);
@@ -142,16 +139,8 @@ private:
         if (json::find_string(step, "fusion") == "stops") {
             fusion_.stop();
         }
-        if (const json::value* const commands = json::find(step, "queue")) {
-            for (const json::value& command : commands->GetArray()) {
-                server_.queue(wire_text(command));
-            }
-        }
-        if (const json::value* const numbers = json::find(step, "signals")) {
-            for (const json::value& number : numbers->GetArray()) {
-                (**client_).signal(number.GetInt());
-            }
-        }
+        for_each(step, "queue", [this](const auto& text) { server_.queue(wire_text(text)); });
+        for_each(step, "signals", [this](const auto& one) { (**client_).signal(one.GetInt()); });
         for (int left = json::find_int(step, "checks").value_or(0); left > 0; --left) {
             static_cast<void>((**client_).client().scan_check());
         }
@@ -184,16 +173,12 @@ private:
     /// The texts that are written there, with those that their names stand for.
     [[nodiscard]] texts expected(const json::value& step, const char* list) const {
         texts result;
-        if (const json::value* const written = json::find(step, list)) {
-            for (const json::value& element : written->GetArray()) {
-                const auto known = names_.find(named_text(element));
-                if (known == names_.end()) {
-                    result.push_back(named_text(element));
-                } else {
-                    result.insert(result.end(), known->second.begin(), known->second.end());
-                }
-            }
-        }
+        for_each(step, list, [&](const json::value& written) {
+            const auto known = names_.find(named_text(written));
+            const texts itself = {named_text(written)};
+            const texts& meant = known == names_.end() ? itself : known->second;
+            result.insert(result.end(), meant.begin(), meant.end());
+        });
         return result;
     }
     void expect_requests(const json::value& step, std::size_t seen) {

@@ -46,3 +46,13 @@ inline std::string named_text(const json::value& written) {
     const auto member = written.MemberBegin();
     return wire_text(member->name) + " " + wire_text(member->value);
 }
+
+/// Calls the function with each element of the member, if there is one.
+template<class function>
+void for_each(const json::value& object, const char* member, function call) {
+    if (const json::value* const list = json::find(object, member)) {
+        for (const json::value& element : list->GetArray()) {
+            call(element);
+        }
+    }
+}
