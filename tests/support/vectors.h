@@ -1,4 +1,4 @@
-/// The files in vectors/: tests that are written as data.
+/// Reads the files in vectors/, which hold tests as data.
 #pragma once
 
 #include <algorithm>
@@ -32,13 +32,13 @@ inline std::string read_file(const std::string& path) {
     return text.str();
 }
 
-/// A string stands for itself, so that rubbish can be written; everything else for its compact
-/// text.
+/// A string stands for itself, so that invalid JSON can be written; anything else stands for its
+/// compact text.
 inline std::string wire_text(const json::value& written) {
     return written.IsString() ? std::string(json::text_of(written)) : json::write(written);
 }
 
-/// An object stands for its one member: the name, a blank and the value.
+/// An object stands for its only member: the name, a blank and the value.
 inline std::string named_text(const json::value& written) {
     if (!written.IsObject()) {
         return wire_text(written);

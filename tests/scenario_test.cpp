@@ -1,5 +1,5 @@
-// The lives in vectors/lives/: how a client starts, takes turn after turn, and ends. For each step
-// they say what it asks and sends, and what it logs.
+// Plays the scenarios in vectors/scenarios/: a client starts, takes turns of its main loop and
+// ends. Each step lists what the client sends and what it logs.
 #include <map>
 #include <memory>
 
@@ -12,7 +12,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A client whose main loop waits for the test before each turn, and whose scans the test checks.
+/// A client whose main loop waits for the test before each turn. Its scan timer never fires: the
+/// test runs the checks.
 class stepped_client {
 public:
     explicit stepped_client(const configuration& settings)
@@ -32,7 +33,7 @@ public:
     void reach_turn() {
         EXPECT_TRUE(wait_until([this] { return waits_ || run_.ended(); }, bound));
     }
-    /// Lets it take one turn, with the wait at the end of that.
+    /// Lets it take one turn, including the wait at its end.
     void turn(pacing::time now) {
         now_ = now;
         waits_ = false;
@@ -46,7 +47,7 @@ private:
     running_client run_; // last: its thread uses all of the above
 };
 
-/// The times in front of the lines, and the reasons why requests failed, are left out.
+/// The lines without their times, and without the reasons why requests failed.
 texts split_log(const std::string& text) {
     texts lines;
     std::istringstream stream(text);
@@ -65,11 +66,11 @@ void expect_within(std::chrono::nanoseconds time, const json::value& step, const
     }
 }
 
-class life {
+class scenario {
 public:
-    /// `common` has what all lives of the file share: settings, which the life's own replace or,
-    /// if null, take away, and names, each for a list of texts.
-    life(const json::value& common, const json::value& own)
+    /// `common` is the whole file. Its "settings" hold unless `own` replaces them, or removes them
+    /// with null; its "names" stand for lists of texts.
+    scenario(const json::value& common, const json::value& own)
         : server_(journal_, {static_cast<std::uint16_t>(json::find_int(own, "port").value_or(8090)),
                              std::string(json::find_string(own, "api").value_or("v2"))}) {
         for (const json::value* const settings : {&common["settings"], &own["settings"]}) {
@@ -90,9 +91,9 @@ public:
         }
     }
 
-    ~life() { log_out.close(); }
-    life(const life&) = delete;
-    life& operator=(const life&) = delete;
+    ~scenario() { log_out.close(); }
+    scenario(const scenario&) = delete;
+    scenario& operator=(const scenario&) = delete;
 
     void play(const json::value& step) {
         prepare(step);
@@ -108,8 +109,8 @@ public:
         } else {
             client_.reset();
         }
-        expect_within(watch.elapsed(), step, "lasts_ms");
-        EXPECT_EQ(said(), expected(step, "said"));
+        expect_within(watch.elapsed(), step, "turn_ms");
+        EXPECT_EQ(sent(), expected(step, "sent"));
         expect_requests(step, seen_requests);
         EXPECT_EQ(split_log(output_.text().substr(seen_text)), expected(step, "lines"));
         if (const auto path = json::find_string(step, "log_path")) {
@@ -119,7 +120,7 @@ public:
     }
 
 private:
-    /// What happens to the client's peers, and to itself, before the step.
+    /// Sets up the peers, and what happens to the client, before the step.
     void prepare(const json::value& step) {
         if (const json::value* const replies = json::find(step, "answers")) {
             for (const auto& reply : replies->GetObject()) {
@@ -141,15 +142,15 @@ private:
         }
         for_each(step, "queue", [this](const auto& text) { server_.queue(wire_text(text)); });
         for_each(step, "signals", [this](const auto& one) { (**client_).signal(one.GetInt()); });
-        for (int left = json::find_int(step, "checks").value_or(0); left > 0; --left) {
+        for (int left = json::find_int(step, "scan_checks").value_or(0); left > 0; --left) {
             static_cast<void>((**client_).client().scan_check());
         }
-        if (const auto bytes = json::find_int(step, "prints")) {
+        if (const auto bytes = json::find_int(step, "log_grows_by")) {
             print(std::string(static_cast<std::size_t>(*bytes), '.'));
         }
     }
 
-    /// Looks the request up by itself, and with the peer's name in front.
+    /// Looks the request up as it is, and with the peer's name in front.
     peers::datagram_peer::substitute replies_of(const peers::datagram_peer& peer) {
         return [this, name = peer.name(), replies = answers_](const std::string& request) {
             auto known = replies.find(request);
@@ -161,7 +162,7 @@ private:
             return known == replies.end() ? std::nullopt : std::optional<texts>({known->second});
         };
     }
-    [[nodiscard]] texts said() const {
+    [[nodiscard]] texts sent() const {
         texts result;
         for (const peers::message& message : journal_.select("daemon", "")) {
             const bool line_feed = message.text.back() == '\n';
@@ -170,7 +171,7 @@ private:
         }
         return result;
     }
-    /// The texts that are written there, with those that their names stand for.
+    /// The listed texts; a name is replaced by those that it stands for.
     [[nodiscard]] texts expected(const json::value& step, const char* list) const {
         texts result;
         for_each(step, list, [&](const json::value& written) {
@@ -208,19 +209,19 @@ private:
 
 } // namespace
 
-class lives : public testing::TestWithParam<std::string> {};
+class scenarios : public testing::TestWithParam<std::string> {};
 
-TEST_P(lives, go_as_written) {
+TEST_P(scenarios, go_as_written) {
     temporary_directory directory;
-    std::string text = read_file(vector_path("/lives", GetParam()));
+    std::string text = read_file(vector_path("/scenarios", GetParam()));
     const std::string placeholder = "DIRECTORY";
     for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos;) {
         text.replace(at, placeholder.size(), directory.path);
     }
     const json::document vector = json::parse(text);
     ASSERT_TRUE(vector.IsObject()) << GetParam() << " is not a JSON object";
-    for (const json::value& written : vector["lives"].GetArray()) {
-        life played(vector, written);
+    for (const json::value& written : vector["scenarios"].GetArray()) {
+        scenario played(vector, written);
         for (const json::value& step : written["steps"].GetArray()) {
             SCOPED_TRACE(json::write(written["about"]) + "\n" + json::write(step));
             played.play(step);
@@ -228,5 +229,5 @@ TEST_P(lives, go_as_written) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(vectors, lives, testing::ValuesIn(vector_files("/lives")),
+INSTANTIATE_TEST_SUITE_P(vectors, scenarios, testing::ValuesIn(vector_files("/scenarios")),
                          [](const auto& name) { return name.param; });
