@@ -1,44 +1,21 @@
 // The conversations in vectors/: what arrives from the server, what the peers are asked, what is
-// answered, byte for byte.
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
+// answered and logged, byte for byte, and what the client knows afterwards.
+#include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 
 #include <gtest/gtest.h>
 
-#include "client/zorvin_client.h"
+#include "client/dispatcher.h"
 #include "peers/core_service.h"
 #include "peers/fusion_daemon.h"
 #include "support/fixtures.h"
+#include "support/vectors.h"
 
 using namespace csi_receiver;
 using texts = std::vector<std::string>;
 
 namespace {
-
-/// A string stands for itself, so that rubbish can be told; everything else for its compact text.
-std::string wire_text(const json::value& told) {
-    return told.IsString() ? told.GetString() : json::write(told);
-}
-
-std::vector<std::string> vector_files() {
-    std::vector<std::string> names;
-    for (const auto& file : std::filesystem::directory_iterator(CSI_RECEIVER_VECTORS)) {
-        names.push_back(file.path().stem());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-json::document read_vector(const std::string& name) {
-    std::ifstream file(std::string(CSI_RECEIVER_VECTORS) + "/" + name + ".json");
-    std::ostringstream text;
-    text << file.rdbuf();
-    return json::parse(text.str());
-}
 
 /// What the peers are to answer in a step, and what they heard.
 class peer_script {
@@ -81,28 +58,45 @@ protected:
         SCOPED_TRACE(json::write(step));
         script.begin(json::find(step, "asks"));
         static_cast<void>(output.lines());
+        state.scan_request = false;
         std::string reply;
         const std::string received = wire_text(step["receive"]);
-        EXPECT_EQ(client->parse_msg(received, reply), !step.HasMember("disconnects"));
+        EXPECT_EQ(commands.parse_msg(received, reply), !step.HasMember("disconnects"));
         EXPECT_EQ(reply, step["reply"].IsNull() ? "" : wire_text(step["reply"]));
         script.check();
-        texts lines = output.lines();
-        EXPECT_EQ(lines.at(0), "zorvin_client::parse_msg receives: " + received);
-        if (const json::value* log = json::find(step, "log")) {
-            lines.erase(lines.begin());
-            texts expected;
-            for (const json::value& line : log->GetArray()) {
-                expected.emplace_back(line.GetString());
+        texts lines = {"zorvin_client::parse_msg receives: " + received};
+        for_each(step, "log", [&](const auto& line) { lines.push_back(wire_text(line)); });
+        EXPECT_EQ(output.lines(), lines);
+        known["scan_request"] = "false";
+        if (const json::value* changes = json::find(step, "changes")) {
+            for (const auto& change : changes->GetObject()) {
+                known[change.name.GetString()] = wire_text(change.value);
             }
-            EXPECT_EQ(lines, expected);
         }
+        EXPECT_EQ(knowledge(), known);
     }
 
-    void add_peers(const std::string& routing) {
-        client->routing().add_routing(routing);
+    std::map<std::string, std::string> knowledge() {
+        std::map<std::string, std::string> result = {
+            {"interval", std::to_string(pace.wait_ms(false) / 20)},
+            {"rate", std::to_string(state.sounding_rate)},
+            {"scan_request", state.scan_request ? "true" : "false"}};
+        for (const bot_record& bot : routing.bots()) {
+            std::string& text = result["bot " + bot.uuid];
+            text = bot.sounding ? "sounding" : "";
+            for (const std::string& engine : bot.engines) {
+                text += " " + engine;
+            }
+        }
+        return result;
+    }
+
+    void add_peers(const std::string& items) {
+        routing.add_routing(items);
+        known = knowledge();
         fusion.answer_with(
             [this](const std::string& request) { return script.hear("fusion", request); });
-        for (const zorvin_entry& zorvin : client->routing().zorvins()) {
+        for (const zorvin_entry& zorvin : routing.zorvins()) {
             services.push_back(std::make_unique<peers::core_service>(journal, zorvin.address));
             services.back()->answer_with(
                 [this, name = services.back()->peer().name()](const std::string& request) {
@@ -113,7 +107,15 @@ protected:
 
     captured_output output;
     configuration settings{{"version", "v9-0-g0 (built on test)"}};
-    std::unique_ptr<zorvin_client> client = std::make_unique<zorvin_client>(-1, settings);
+    client_state state;
+    pacing pace;
+    routing_table routing;
+    zorvin_identity identity;
+    rest_session session{"", 0, state};
+    scanner scans{state, routing, session, identity, scanner::default_period_ms};
+    engine_commands engines{state, routing};
+    dispatcher commands{state, pace, routing, engines, scans, settings};
+    std::map<std::string, std::string> known; // what knowledge is to return
     peer_script script;
     peers::journal journal;
     peers::fusion_daemon fusion{journal};
@@ -121,15 +123,13 @@ protected:
 };
 
 TEST_P(conversation, goes_as_written) {
-    const json::document vector = read_vector(GetParam());
+    const json::document vector = json::parse(read_file(vector_path("", GetParam())));
     ASSERT_TRUE(vector.IsObject()) << GetParam() << " is no JSON object";
     add_peers(vector["routing"].GetString());
     for (const json::value& step : vector["steps"].GetArray()) {
         play(step);
     }
-    script.begin(nullptr);
-    client.reset();
 }
 
-INSTANTIATE_TEST_SUITE_P(vectors, conversation, testing::ValuesIn(vector_files()),
+INSTANTIATE_TEST_SUITE_P(vectors, conversation, testing::ValuesIn(vector_files("")),
                          [](const auto& name) { return name.param; });

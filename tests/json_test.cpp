@@ -4,13 +4,21 @@
 #include "platform/json.h"
 
 TEST(json, parses_what_it_can_and_survives_the_rest) {
-    const auto nested = [](int depth) {
-        const auto count = static_cast<std::size_t>(depth);
-        return std::string(count, '[') + std::string(count, ']');
+    const auto parses = [](int depth, const char* open, const char* close) {
+        std::string text;
+        for (int level = 0; level < 2 * depth; ++level) {
+            text += level < depth ? open : level == depth ? std::string("0") + close : close;
+        }
+        return !json::parse(text).IsNull();
     };
-    EXPECT_TRUE(json::parse(nested(json::max_depth)).IsArray());
-    EXPECT_TRUE(json::parse(nested(json::max_depth + 1)).IsNull());
-    EXPECT_TRUE(json::parse(nested(1000000)).IsNull());
+    EXPECT_TRUE(parses(json::max_depth, "[", "]"));
+    EXPECT_FALSE(parses(json::max_depth + 1, "[", "]"));
+    EXPECT_TRUE(parses(json::max_depth, R"({"a":)", "}"));
+    EXPECT_FALSE(parses(json::max_depth + 1, R"({"a":)", "}"));
+    EXPECT_TRUE(parses(json::max_depth / 2 - 1, R"([{"b":[{}],"a":)", "}]"))
+        << "neighbours add nothing";
+    EXPECT_FALSE(parses(json::max_depth / 2 + 1, R"([{"a":)", "}]"));
+    EXPECT_FALSE(parses(1000000, "[", "]"));
     EXPECT_TRUE(json::parse(" \n{\"a\":\"[[\\\"[\"}\t ").IsObject());
     for (const char* text : {"", "{", "{}x", "{\"a\":1,}", "nul", "1e999", "\"\\"}) {
         EXPECT_TRUE(json::parse(text).IsNull()) << text;

@@ -22,7 +22,6 @@ TEST(pacing, a_poll_is_due_when_more_than_the_interval_has_passed) {
         {500, 700ms, false},
         {500, 701ms, true},
         {1, 702ms, false},
-        {1, 703ms, true},
         {1, 24h, true},
         {INT_MAX, 24h + 2147483647ms, false},
         {INT_MAX, 24h + 2147483648ms, true},

@@ -1,14 +1,8 @@
 #include "client/fusion.h"
 
-#include "core/requests.h"
 #include "daemon/log.h"
 
 namespace csi_receiver {
-namespace {
-
-constexpr attempt_timeouts timeouts_ms = {5000, 2000};
-
-} // namespace
 
 json::value make_bot_ref(const std::string& zorvin_address, const std::string& uuid,
                          json::allocator& memory) {
@@ -18,7 +12,7 @@ json::value make_bot_ref(const std::string& zorvin_address, const std::string& u
     return reference;
 }
 
-json::document fusion_request(const json::value& request) {
+json::document fusion_request(const json::value& request, const attempt_timeouts& timeouts_ms) {
     const std::string text = json::write(request);
     const std::optional<std::string> reply = ask(fusion_address, fusion_port, text, timeouts_ms);
     if (!reply) {

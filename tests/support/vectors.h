@@ -1,0 +1,58 @@
+/// Reads the files in vectors/, which hold tests as data.
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/json.h"
+
+/// The names of the files in the folder, sorted, without ".json".
+inline std::vector<std::string> vector_files(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& file : std::filesystem::directory_iterator(CSI_RECEIVER_VECTORS + folder)) {
+        if (file.is_regular_file()) {
+            names.push_back(file.path().stem());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+inline std::string vector_path(const std::string& folder, const std::string& name) {
+    return CSI_RECEIVER_VECTORS + folder + "/" + name + ".json";
+}
+
+inline std::string read_file(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/// A string stands for itself, so that invalid JSON can be written; anything else stands for its
+/// compact text.
+inline std::string wire_text(const json::value& written) {
+    return written.IsString() ? std::string(json::text_of(written)) : json::write(written);
+}
+
+/// An object stands for its only member: the name, a blank and the value.
+inline std::string named_text(const json::value& written) {
+    if (!written.IsObject()) {
+        return wire_text(written);
+    }
+    const auto member = written.MemberBegin();
+    return wire_text(member->name) + " " + wire_text(member->value);
+}
+
+/// Calls the function with each element of the member, if there is one.
+template<class function>
+void for_each(const json::value& object, const char* member, function call) {
+    if (const json::value* const list = json::find(object, member)) {
+        for (const json::value& element : list->GetArray()) {
+            call(element);
+        }
+    }
+}
