@@ -67,6 +67,8 @@ struct scan : client {
 
     /// Lets the first check of a scan hang in its request until `go_on`, and a little longer.
     void hold_first_check() {
+        active_bots_requests = 0;
+        go_on = false;
         core.answer_with([this](const std::string& request) -> std::optional<texts> {
             if (request == active_bots && ++active_bots_requests == 2) {
                 static_cast<void>(wait_until([this] { return go_on.load(); }));
@@ -84,15 +86,15 @@ struct scan : client {
         journal.clear();
         return result;
     }
-    [[nodiscard]] std::size_t reports() const {
-        const auto requests = server.requests();
-        return static_cast<std::size_t>(
-            std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-                return request.body.find(R"("cmd":"scan","zorvin")") != std::string::npos;
-            }));
-    }
-    [[nodiscard]] bool sees_report(std::size_t count) {
-        return wait_until([&] { return reports() >= count; }, bound);
+    /// Waits until the text was sent so many times since then.
+    [[nodiscard]] bool hears(const std::string& text, std::ptrdiff_t count = 1) const {
+        return journal.wait_for(
+            [&](const auto& messages) {
+                return std::count_if(messages.begin(), messages.end(), [&](const auto& message) {
+                           return message.text == text;
+                       }) >= count;
+            },
+            bound);
     }
 
     captured_output output;
@@ -177,6 +179,9 @@ TEST_F(scan, is_news_when_it_finds_more_or_fewer_bots_than_were_reported) {
     parts.state.status_update = false;
     parts.run();
     EXPECT_TRUE(parts.state.status_update);
+    static_cast<void>(parts.subject.take_found());
+    parts.run();
+    EXPECT_TRUE(parts.state.status_update) << "the main loop has not sent it yet";
 }
 
 TEST_F(scan, is_quiet_until_it_ends) {
@@ -192,8 +197,14 @@ TEST_F(scan, is_quiet_until_it_ends) {
     EXPECT_EQ(heard(), sent);
     EXPECT_EQ(output.lines(), texts{});
     parts.run();
-    EXPECT_EQ(heard()[1], sounding(101, 10)) << "the next one is loud again";
-    EXPECT_EQ(output.lines().back(), "Scan complete");
+    EXPECT_EQ(heard().at(1), sounding(101, 10)) << "the next one is loud again";
+    EXPECT_EQ(count_line(output.lines(), "Scan complete"), 1U);
+    parts.subject.start();
+    parts.subject.be_quiet(); // the scan in progress
+    while (parts.subject.check()) {
+    }
+    EXPECT_EQ(heard().back(), sounding(102, 0, true));
+    EXPECT_EQ(count_line(output.lines(), "Scan complete"), 0U);
 }
 
 TEST_F(scan, of_no_bots_ends_with_the_first_check) {
@@ -237,55 +248,58 @@ TEST_F(scan, gives_way_to_what_the_server_wants_while_it_stops_a_bot) {
 
 TEST_F(scan, is_in_progress_until_its_last_request_was_sent) {
     scanner_parts parts(server.port(), at(101));
-    int refused = 0;
+    int stops = 0;
     core.answer_with([&](const std::string& request) -> std::optional<texts> {
         if (request == sounding(101, 0)) {
             parts.subject.start(); // as the main thread could meanwhile
-            ++refused;
+            ++stops;
         }
         return texts{R"({"bots":[],"success":true})"};
     });
     EXPECT_EQ(parts.run(), 10);
-    EXPECT_EQ(refused, 1);
+    EXPECT_EQ(stops, 1);
     const texts sent = heard();
     EXPECT_EQ(std::count(sent.begin(), sent.end(), active_bots), 11);
     EXPECT_EQ(sent.size(), 14U);
 }
 
 TEST_F(scan, sends_nothing_new_when_the_daemon_ends) {
-    // A start, nine checks of which the first finds a Bot, and the last: report, then a request.
-    constexpr std::size_t datagrams = 15;
+    // 4 for the start, 3 for the check that finds a Bot, 2 for each of the others, 1 for the end.
+    constexpr std::size_t datagrams = 26;
+    peers::core_service second(journal, "127.0.0.2");
     for (std::size_t last = 1; last <= datagrams; ++last) {
-        scanner_parts parts(server.port(), at(101) + at(102));
+        scanner_parts parts(server.port(), at(101) + at(102, 2));
         std::atomic<std::size_t> count{0};
-        core.answer_with([&](const std::string&) -> std::optional<texts> {
+        const auto answer = [&](const std::string&) -> std::optional<texts> {
             parts.state.stop = ++count == last;
             return texts{R"({"bots":[{"uuid":"101","count":1}],"success":true})"};
-        });
+        };
+        core.answer_with(answer);
+        second.answer_with(answer);
         parts.run();
         EXPECT_EQ(count, last);
-        EXPECT_EQ(heard().size(), last < datagrams ? last : datagrams + 1);
+        const bool is_reported = last == datagrams;
+        EXPECT_EQ(heard().size(), last + (is_reported ? 1 : 0));
+        EXPECT_EQ(count_line(output.lines(), "Scan complete"), is_reported ? 1U : 0U);
     }
 }
 
 TEST_F(scan, finish_and_the_client_s_end_wait_for_the_check_in_flight) {
-    const auto hangs = [this] { return active_bots_requests == 2; };
     {
         scanner_parts parts(server.port(), at(101), 5);
         hold_first_check();
         parts.subject.start();
-        ASSERT_TRUE(wait_until(hangs));
+        ASSERT_TRUE(hears(active_bots, 2));
         go_on = true;
         parts.subject.finish();
         EXPECT_EQ(heard().back(), report("101") + "\n");
-        active_bots_requests = 0;
-        go_on = false;
     }
     {
+        hold_first_check();
         zorvin_client ending(-1, settings, 5);
         ending.routing().add_routing(at(101));
         ending.scan_start();
-        ASSERT_TRUE(wait_until(hangs));
+        ASSERT_TRUE(hears(active_bots, 2));
         journal.clear();
         go_on = true;
     }
@@ -293,35 +307,19 @@ TEST_F(scan, finish_and_the_client_s_end_wait_for_the_check_in_flight) {
 }
 
 TEST_F(scan, quiet_and_loud_scans_on_real_timers) {
-    peers::core_service_options quick;
-    quick.times = {100ms, 5000ms};
-    peers::core_service second(journal, "127.0.0.2", quick);
-    second.set_present("102", false);
-    settings["routing"] = "101:127.0.0.2:wlan0:0A0000000101,102:127.0.0.2:wlan0:0A0000000102";
-    running_client run(settings, 60);
+    see(R"({"uuid":"101","count":1})");
+    running_client run(settings, 20);
+    const std::string status =
+        "{\"bot_info\":[{\"bot\":101,\"hwaddr\":\"0a:00:00:00:01:01\",\"chains\":1}]}\n";
     // The first scan is quiet: its tick falls into the turn that attaches. It sends no report, but
     // what it found is news.
-    ASSERT_TRUE(sees_reply("{\"bot_info\":[{\"bot\":101,\"hwaddr\":\"0a:00:00:00:01:01\","
-                           "\"chains\":1}]}\n"));
-    EXPECT_EQ(reports(), 0U);
-    EXPECT_EQ(journal.select("daemon", "core 127.0.0.2")[4].text, sounding(101, 10, true));
+    ASSERT_TRUE(hears(status));
+    const texts quiet = heard();
+    EXPECT_EQ(count_line(quiet, sounding(101, 10, true)), 1U);
+    EXPECT_EQ(count_line(quiet, report("101") + "\n"), 0U);
     server.queue(R"({"cmd":"scan"})");
-    ASSERT_TRUE(sees_reply("{\"cmd\":\"scan\",\"zorvin\":9001,\"uuid\":9001,\"success\":true,"
-                           "\"reason\":\"complete\",\"found\":[101]}\n"));
-    // The command emptied the list of what was reported, so the status follows the report.
-    ASSERT_TRUE(server.wait_for(
-        [](const auto& requests) {
-            return std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-                       return request.body.rfind("{\"bot_info\":[{\"bot\":101", 0) == 0;
-                   }) == 2;
-        },
-        bound));
-    EXPECT_TRUE(second.sounded().empty());
-    run.signal(SIGTERM);
-    run.join();
-    const texts lines = output.lines();
-    EXPECT_EQ(count_line(lines, "adding 0a:00:00:00:01:01"), 1U);
-    EXPECT_EQ(count_line(lines, "Scan complete"), 1U);
+    EXPECT_TRUE(hears(report("101") + "\n"));
+    EXPECT_TRUE(hears(status)) << "the command emptied the list of what was reported";
 }
 
 TEST_F(scan, a_slow_core_service_does_not_end_scanning_for_good) {
@@ -339,5 +337,5 @@ TEST_F(scan, a_slow_core_service_does_not_end_scanning_for_good) {
         server.queue(R"({"cmd":"scan"})");
     }
     running_client run(settings, 5);
-    EXPECT_TRUE(sees_report(3));
+    EXPECT_TRUE(hears(report("") + "\n", 3));
 }
