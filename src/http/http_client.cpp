@@ -26,9 +26,6 @@ int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) 
 
 } // namespace
 
-http_client::http_client(std::uint32_t port)
-    : http_client(port, timeouts{}) {}
-
 http_client::http_client(std::uint32_t port, const timeouts& bounds)
     : port_(port)
     , timeouts_(bounds) {

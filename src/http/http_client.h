@@ -16,22 +16,21 @@
 
 namespace curl_http {
 
+/// How long a request may take.
+struct timeouts {
+    std::chrono::milliseconds post{20000};
+    std::chrono::milliseconds get{5000};
+    std::chrono::milliseconds sink{200000};
+};
+
 /// One libcurl handle and one response buffer, which all threads share: requests run one at a time.
 /// Errors are never returned: a failed request gives an empty or partial body and clears
 /// connected(), and only the first failure of an outage is logged. The HTTP status is ignored. One
 /// instance per process, constructed before any other thread starts.
 class http_client {
 public:
-    /// How long a request may take.
-    struct timeouts {
-        std::chrono::milliseconds post{20000};
-        std::chrono::milliseconds get{5000};
-        std::chrono::milliseconds sink{200000};
-    };
-
     /// Every request goes to `port`, whatever port its URL names.
-    explicit http_client(std::uint32_t port);
-    http_client(std::uint32_t port, const timeouts& bounds);
+    explicit http_client(std::uint32_t port, const timeouts& bounds = {});
     ~http_client();
     http_client(const http_client&) = delete;
     http_client& operator=(const http_client&) = delete;
