@@ -13,8 +13,8 @@ TEST(configuration, lines) {
         const char* value;
     } rows[] = {
         {"server=10.0.0.1", "server", "10.0.0.1"},
-        {" \tServer \v= Host A \r", "server", "Host A"},
-        {"key=abc#def", "key", "abc"},
+        {" \t\n\r\f\vThe Server \v= Host A \t\n\r\f\v", "the server", "Host A"},
+        {"key=abc#d#f", "key", "abc"},
         {"key=#abc", nullptr, ""},
         {"#key=value", nullptr, ""},
         {"  #key=value", "#key", "value"},
@@ -43,6 +43,8 @@ TEST(configuration, files) {
     EXPECT_FALSE(has_key(map, "c"));
     EXPECT_EQ(get(map, "c"), "");
     EXPECT_TRUE(has_key(map, "c"));
+    EXPECT_EQ(read_configuration(directory.write("other", "a:b=c"), ':'),
+              (configuration{{"a", "b=c"}}));
     EXPECT_TRUE(read_configuration(directory.path + "/none", '=').empty());
     EXPECT_TRUE(read_configuration(directory.path, '=').empty());
 }

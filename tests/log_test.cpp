@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include "client/zorvin_client.h"
 #include "daemon/log.h"
 #include "support/fixtures.h"
 
@@ -18,10 +19,30 @@ TEST(log, prefix_is_unpadded_utc) {
     tzset();
     EXPECT_EQ(format_log_prefix(1772874301), "[2026-3-7_9:5:1] ");
     EXPECT_EQ(format_log_prefix(4102444799), "[2099-12-31_23:59:59] ");
+    captured_output output;
+    const std::time_t before = std::time(nullptr);
+    log_prefix() << "line " << -7;
+    const bool in_time = output.text() == format_log_prefix(before) + "line -7\n" ||
+                         output.text() == format_log_prefix(std::time(nullptr)) + "line -7\n";
+    EXPECT_TRUE(in_time) << output.text();
+}
+
+TEST(log, path_loses_one_slash_and_has_a_default) {
+    temporary_directory directory;
+    for (const auto& [given, used] : {std::pair<std::string, std::string>("", "/var/run"),
+                                      {directory.path, directory.path},
+                                      {directory.path + "/", directory.path},
+                                      {directory.path + "//", directory.path + "/"}}) {
+        captured_output output;
+        configuration settings{{"zorvin_uuid", ""}, {"log_path", given}, {"execname", "no/such"}};
+        zorvin_client(-1, settings).run();
+        EXPECT_EQ(log_path, used);
+        EXPECT_EQ(log_file, "no/such.log"); // cannot be opened
+    }
 }
 
 TEST(log, rotation_table) {
-    // Before and after, each as the texts of the log, .1, .2 and .3; "-" where there is no file.
+    // The texts of the log, .1, .2 and .3 before and after; "-" for a file that does not exist.
     const struct {
         const char* before[4];
         const char* after[4];
@@ -49,8 +70,10 @@ TEST(log, rotation_table) {
 }
 
 TEST(log, redirection_rotates_at_its_limit_and_gives_the_streams_back) {
+    constexpr std::size_t limit = 2097152;
     temporary_directory directory;
     captured_output console;
+    const std::streambuf* const own_error = std::cerr.rdbuf();
     umask(0);
     {
         log_redirection log(directory.path + "/made", "x.log");
@@ -58,7 +81,9 @@ TEST(log, redirection_rotates_at_its_limit_and_gives_the_streams_back) {
         struct stat status {};
         ASSERT_EQ(stat(path.c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 0777U, 0644U);
-        print(std::string(static_cast<std::size_t>(log_size_limit), 'a'));
+        ASSERT_EQ(stat((directory.path + "/made").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, 0705U);
+        print(std::string(limit, 'a'));
         EXPECT_FALSE(log.rotate_if_grown());
         print("b");
         EXPECT_TRUE(log.rotate_if_grown());
@@ -66,12 +91,27 @@ TEST(log, redirection_rotates_at_its_limit_and_gives_the_streams_back) {
         std::cerr << "error text\n" << std::flush;
         EXPECT_FALSE(log.rotate_if_grown());
     }
+    EXPECT_TRUE(log_out.is_open());
+    EXPECT_EQ(std::cerr.rdbuf(), own_error);
     print("closing\n");
     EXPECT_EQ(console.text(), "for the console\nclosing\n");
     const std::string log = directory.read("made/x.log");
     EXPECT_EQ(log.substr(log.find(']')), "] log rotated\nerror text\n");
-    EXPECT_EQ(directory.read("made/x.log.1").size(), static_cast<std::size_t>(log_size_limit) + 1);
+    EXPECT_EQ(directory.read("made/x.log.1").size(), limit + 1);
     log_out.close();
+}
+
+TEST(log, a_log_that_cannot_be_renamed_is_overwritten) {
+    temporary_directory directory;
+    for (const char* const copy : {".1/full", ".2/full", ".3/full"}) {
+        std::filesystem::create_directories(directory.write("x.log", "a long old text") + copy);
+    }
+    {
+        log_redirection log(directory.path, "x.log");
+        print("new\n");
+    }
+    log_out.close();
+    EXPECT_EQ(directory.read("x.log"), "new\n");
 }
 
 TEST(log, lines_of_threads_stay_whole_while_the_log_rotates) {
@@ -104,22 +144,22 @@ TEST(log, lines_of_threads_stay_whole_while_the_log_rotates) {
     EXPECT_EQ(lines, 6000);
 }
 
-TEST(log, a_full_disk_loses_lines_and_tears_no_other) {
+TEST(log, a_full_disk_loses_lines_and_damages_no_later_one) {
     temporary_directory directory;
     {
         log_redirection log(directory.path, "x.log");
         std::signal(SIGXFSZ, SIG_IGN);
         const rlimit small{50, RLIM_INFINITY};
         setrlimit(RLIMIT_FSIZE, &small);
-        print("[2] the first line, which there is room for\n");
-        print("[2] the second one, of which a part fits\n");
+        print("[2] the first line, which fits\n");
+        print("[2] the second one, which fits in part\n");
         print("[2] lost\n");
         const rlimit large{RLIM_INFINITY, RLIM_INFINITY};
         setrlimit(RLIMIT_FSIZE, &large);
         print("[2] the last line\n");
     }
     log_out.close();
-    EXPECT_EQ(directory.read("x.log"), "[2] the first line, which there is room for\n[2] th"
+    EXPECT_EQ(directory.read("x.log"), "[2] the first line, which fits\n[2] the second one,"
                                        "\n[2] the last line\n");
 }
 

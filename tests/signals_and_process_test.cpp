@@ -1,7 +1,9 @@
-// Signals through their descriptor, and what the process knows of its kernel and threads.
+// Signals and their descriptor; kernel and thread priorities.
 #include <csignal>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -11,10 +13,26 @@
 
 using namespace csi_receiver;
 
+namespace {
+
+bool blocks_daemon_signals() {
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    bool blocks = true;
+    for (const int number : {SIGINT, SIGTERM, SIGPIPE, SIGHUP, SIGALRM}) {
+        blocks = blocks && sigismember(&mask, number) == 1;
+    }
+    return blocks;
+}
+
+} // namespace
+
 TEST(signals, each_signal_and_its_line) {
     captured_output output;
     const int fd = create_signal_descriptor();
     ASSERT_GE(fd, 0);
+    ASSERT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_TRUE(blocks_daemon_signals());
     EXPECT_FALSE(read_signal(fd));
     const struct {
         int number;
@@ -32,6 +50,7 @@ TEST(signals, each_signal_and_its_line) {
     }
     kill(getpid(), SIGALRM);
     EXPECT_FALSE(read_signal(fd));
+    EXPECT_EQ(output.lines(), std::vector<std::string>{});
 
     // A thread that does not block the signals hands them to the main thread.
     std::thread careless([] {
@@ -56,7 +75,7 @@ TEST(signals, each_signal_and_its_line) {
     ASSERT_EQ(write(ends[1], &record, 100), 100);
     static_cast<void>(output.lines());
     EXPECT_FALSE(read_signal(ends[0]));
-    EXPECT_FALSE(read_signal(ends[0])); // a part of a record is none
+    EXPECT_FALSE(read_signal(ends[0])); // half a record does not count
     close(ends[0]);
     EXPECT_FALSE(read_signal(ends[0]));
     EXPECT_EQ(output.lines(),
@@ -65,11 +84,26 @@ TEST(signals, each_signal_and_its_line) {
     close(ends[1]);
 }
 
+TEST(signals, are_blocked_even_when_the_descriptor_is_refused) {
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const rlimit none{0, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_LT(create_signal_descriptor(), 0);
+    setrlimit(RLIMIT_NOFILE, &files);
+    EXPECT_TRUE(blocks_daemon_signals());
+}
+
 TEST(process, kernel_description_and_priorities) {
     EXPECT_TRUE(mentions_preemption("#1 SMP PREEMPT Thu Jan 1 00:00:00 UTC 2026"));
     EXPECT_FALSE(mentions_preemption("#1 SMP Thu Jan 1 00:00:00 UTC 2026"));
     EXPECT_EQ(get_priority(pthread_self()), 0);
-    if (set_realtime_priority(pthread_self(), 1000) == 0) {
-        EXPECT_EQ(get_priority(pthread_self()), 99); // clamped
+    const bool granted = set_realtime_priority(pthread_self(), 7) == 0;
+    for (const auto& [wanted, clamped] : {std::pair(1000, 99), std::pair(-5, 1), std::pair(7, 7)}) {
+        if (granted) {
+            EXPECT_EQ(set_realtime_priority(pthread_self(), wanted), 0);
+            EXPECT_EQ(get_priority(pthread_self()), clamped);
+            EXPECT_EQ(sched_getscheduler(0), SCHED_FIFO);
+        }
     }
 }

@@ -1,11 +1,14 @@
 // Sockets, the poll set and the UDP client, on the real system.
 #include <cerrno>
+#include <cstring>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
+#include <net/if.h>
+#include <netinet/tcp.h>
+#include <netpacket/packet.h>
+#include <sched.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include "platform/poll_set.h"
 #include "platform/socket.h"
@@ -17,25 +20,40 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct pipe_pair {
-    pipe_pair() { EXPECT_EQ(pipe(ends), 0); }
-    ~pipe_pair() {
-        close(ends[0]);
-        close(ends[1]);
-    }
-    int ends[2] = {-1, -1};
-};
+using bits = std::vector<std::uint32_t>;
 
 /// A bound UDP socket that a udp_client can talk to.
 struct bound_socket {
-    bound_socket() {
-        EXPECT_TRUE(bind_address(fd, "127.0.0.1", 0));
-        port = local_port(fd);
+    explicit bound_socket(std::uint16_t wanted = 0) {
+        EXPECT_TRUE(bind_address(socket.get(), "127.0.0.1", wanted));
+        port = local_port(socket.get());
     }
-    ~bound_socket() { close(fd); }
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    void send_to(const udp_client& client, const std::string& text) const {
+        EXPECT_EQ(send_text_to(socket.get(), text, "127.0.0.1", client.local_port(), 0),
+                  text.size());
+    }
+    descriptor socket{::socket(AF_INET, SOCK_DGRAM, 0)};
     std::uint16_t port = 0;
 };
+
+bits wait_for_bits(poll_set& set, int timeout_ms) {
+    bits result;
+    for (const poll_event& event : poll_set_wait(set, timeout_ms)) {
+        result.push_back(event.event);
+    }
+    return result;
+}
+
+int option(int fd, int level, int name) {
+    int value = -1;
+    socklen_t length = sizeof value;
+    getsockopt(fd, level, name, &value, &length);
+    return value;
+}
+
+bool is_open(int fd) {
+    return fcntl(fd, F_GETFD) >= 0;
+}
 
 } // namespace
 
@@ -44,11 +62,11 @@ TEST(poll_set, takes_changes_and_removes_descriptors) {
     poll_set_add(set, 0, POLLIN);
     poll_set_add(set, -1, POLLIN);
     EXPECT_TRUE(set.records.empty());
-    for (const int fd : {5, 6, 7}) {
+    for (const int fd : {5, 6, 7, 8}) {
         poll_set_add(set, fd, POLLIN);
     }
     poll_set_add(set, 6, POLLOUT);
-    ASSERT_EQ(set.records.size(), 3U);
+    ASSERT_EQ(set.records.size(), 4U);
     EXPECT_EQ(set.records[1].events, POLLOUT);
     EXPECT_EQ(poll_set_modify(set, 5, POLLOUT), 0);
     EXPECT_EQ(set.records[0].events, POLLOUT);
@@ -56,59 +74,99 @@ TEST(poll_set, takes_changes_and_removes_descriptors) {
     EXPECT_EQ(errno, ENOENT);
     poll_set_remove(set, 9);
     poll_set_remove(set, 6);
-    ASSERT_EQ(set.records.size(), 2U);
+    ASSERT_EQ(set.records.size(), 3U);
     EXPECT_EQ(set.records[1].fd, 7);
 }
 
 TEST(poll_set, reports_one_event_per_condition) {
-    pipe_pair pipe;
+    int quiet[2];
+    int full[2];
+    int unread[2];
+    ASSERT_EQ(pipe(quiet) + pipe(full) + pipe(unread), 0);
     poll_set set;
-    const pipe_pair quiet;
-    poll_set_add(set, quiet.ends[0], poll_readable);
-    poll_set_add(set, pipe.ends[0], poll_readable);
-    EXPECT_TRUE(poll_set_wait(set, 0).empty());
-    ASSERT_EQ(write(pipe.ends[1], "x", 1), 1);
-    close(pipe.ends[1]);
-    std::vector<poll_event> events = poll_set_wait(set, 1000);
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_EQ(events[0].event, static_cast<std::uint32_t>(POLLIN));
-    EXPECT_EQ(events[1].event, static_cast<std::uint32_t>(POLLHUP));
+    poll_set_add(set, quiet[0], poll_readable);
+    poll_set_add(set, full[0], poll_readable);
+    const stopwatch watch;
+    EXPECT_EQ(wait_for_bits(set, 50), bits{});
+    EXPECT_GE(watch.elapsed(), 50ms);
+    poll_set_add(set, unread[1], POLLOUT);
+    ASSERT_EQ(write(full[1], "x", 1), 1);
+    close(full[1]);
+    close(unread[0]);
+    EXPECT_EQ(wait_for_bits(set, 1000), (bits{POLLIN, POLLHUP, POLLOUT, POLLERR}));
+    EXPECT_EQ(poll_set_wait(set, 0).back().fd, unread[1]);
 
-    rlimit few{};
-    getrlimit(RLIMIT_NOFILE, &few);
-    set.records.resize(static_cast<std::size_t>(few.rlim_cur) + 1,
-                       {-1, 0, 0}); // more than the system takes
-    events = poll_set_wait(set, 0);
-    ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0].fd, -1);
-    EXPECT_EQ(events[0].event, static_cast<std::uint32_t>(POLLERR));
+    poll_set odd;
+    poll_set_add(odd, full[1], poll_readable);
+    EXPECT_EQ(wait_for_bits(odd, 1000), bits{}) << "POLLNVAL is not an event";
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    odd.records.resize(files.rlim_cur + 1, {-1, 0, 0}); // more than the system takes
+    EXPECT_EQ(wait_for_bits(odd, 0), bits{POLLERR});
+    EXPECT_EQ(poll_set_wait(odd, 0).front().fd, -1);
 }
 
 TEST(udp_client, exchanges_one_datagram_each_way) {
     bound_socket peer;
     udp_client client("127.0.0.1", peer.port);
     ASSERT_GT(client.fd(), 0);
-    EXPECT_NE(fcntl(client.fd(), F_GETFD) & FD_CLOEXEC, 0);
-    EXPECT_EQ(client.exchange("late", 0), ""); // nobody has answered yet
+    ASSERT_NE(fcntl(client.fd(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(client.exchange("late", 0), ""); // no answer yet
 
     std::vector<char> buffer(100);
     std::string from;
     std::uint16_t port = 0;
-    EXPECT_EQ(recv_from(peer.fd, buffer, from, &port), 4);
+    EXPECT_EQ(recv_from(peer.socket.get(), buffer, from, &port), 4);
     EXPECT_EQ(from, "127.0.0.1");
     EXPECT_EQ(port, client.local_port());
     const std::string large(5000, 'y');
-    EXPECT_EQ(send_text_to(peer.fd, large, from, port, 0), 5000);
-    EXPECT_EQ(client.exchange("now", 1000), large.substr(0, udp_client::receive_buffer_size));
-    std::string unchanged = "as it was";
-    EXPECT_TRUE(client.receive(unchanged)); // nothing there is no error
-    EXPECT_EQ(unchanged, "as it was");
+    peer.send_to(client, large);
+    EXPECT_EQ(client.exchange("now", 1000), large.substr(0, 4096));
+    std::string text = "as it was";
+    EXPECT_TRUE(client.receive(text)); // no datagram is not an error
+    peer.send_to(client, "");
+    EXPECT_TRUE(client.receive(text)); // nor is an empty one
+    EXPECT_EQ(text, "as it was");
+    peer.send_to(client, "new");
+    EXPECT_TRUE(client.receive(text));
+    EXPECT_EQ(text, "new");
+}
 
+TEST(udp_client, reads_once_per_event_and_the_last_datagram_wins) {
+    bound_socket peer;
+    udp_client client("127.0.0.1", peer.port);
+    const int on = 1;
+    ASSERT_EQ(setsockopt(client.fd(), IPPROTO_IP, IP_RECVERR, &on, sizeof on), 0);
+    peer.socket.reset();
+    EXPECT_TRUE(client.send("refused")); // stays in the queue of errors: POLLERR from now on
+    EXPECT_EQ(socket_error(client.fd()), ECONNREFUSED);
+    const bound_socket again(peer.port);
+    for (const char* const text : {"first", "second", "third"}) {
+        again.send_to(client, text);
+    }
+    EXPECT_EQ(client.exchange("x", 1000), "second");
+}
+
+TEST(udp_client, moves_with_its_socket_and_polls_no_other) {
+    const bound_socket peer;
+    const bound_socket silent;
+    udp_client client("127.0.0.1", peer.port);
+    const std::uint16_t port = client.local_port();
     udp_client moved(std::move(client));
     EXPECT_EQ(client.fd(), -1); // NOLINT: what a moved-from client is
     EXPECT_EQ(moved.local_port(), port);
-    EXPECT_EQ(send_text_to(peer.fd, "still here", from, port, 0), 10);
+    peer.send_to(moved, "still here");
     EXPECT_EQ(moved.exchange("again", 1000), "still here");
+
+    peer.send_to(moved, "not for the client that it was moved from");
+    const int last = moved.fd();
+    for (udp_client* const assigned : {&client, &moved}) {
+        *assigned = udp_client("127.0.0.1", silent.port);
+        const stopwatch watch;
+        EXPECT_EQ(assigned->exchange("x", 50), "");
+        EXPECT_GE(watch.elapsed(), 50ms);
+    }
+    EXPECT_FALSE(is_open(last));
 }
 
 TEST(udp_client, fails_without_waiting) {
@@ -118,63 +176,126 @@ TEST(udp_client, fails_without_waiting) {
     EXPECT_EQ(nowhere.exchange("{}", 5000), "");
     std::string kept = "kept";
     EXPECT_FALSE(nowhere.send("{}") || nowhere.receive(kept));
-    EXPECT_EQ(kept, "kept");
-    std::uint16_t free_port = bound_socket().port;
-    udp_client refused("127.0.0.1", free_port);
+    const bound_socket peer;
+    const std::string too_long(70000, 'z');
+    EXPECT_EQ(udp_client("127.0.0.1", peer.port).exchange(too_long, 5000), "");
+    udp_client refused("127.0.0.1", bound_socket().port);
     EXPECT_EQ(refused.exchange("{}", 5000), ""); // the refusal ends the wait
-    EXPECT_LT(watch.elapsed(), 2s);
+    EXPECT_TRUE(refused.send("{}"));
+    EXPECT_FALSE(refused.receive(kept));
+    EXPECT_EQ(kept, "kept");
+
+    const descriptor input(dup(STDIN_FILENO));
+    close(STDIN_FILENO);
+    EXPECT_EQ(udp_client("127.0.0.1", peer.port).local_port(), 0) << "descriptor 0 is of no use";
+    EXPECT_TRUE(is_open(STDIN_FILENO)) << "and is never closed";
+    dup2(input.get(), STDIN_FILENO);
+    EXPECT_LT(watch.elapsed(), 4s);
 }
 
-TEST(socket, addresses_and_options) {
+TEST(socket, addresses) {
+    sockaddr_in inet{};
+    EXPECT_TRUE(make_inet_address("1.2.3.4", 0x1234, inet));
+    EXPECT_EQ(std::memcmp(&inet.sin_port, "\x12\x34\1\2\3\4", 6), 0); // as they are sent
+    for (const char* const text : {"localhost", "1.2.3", ""}) {
+        EXPECT_FALSE(make_inet_address(text, 0, inet) || is_inet_address(text)) << text;
+    }
+    EXPECT_EQ(ntohs(inet.sin_port), 0x1234) << "changed by a text that was refused";
+    EXPECT_TRUE(is_inet_address("127.0.0.1"));
     sockaddr_un local{};
     make_local_address(std::string(200, 'p'), local);
     EXPECT_EQ(std::string(local.sun_path, sizeof local.sun_path), std::string(108, 'p'));
     make_local_address("short", local);
     EXPECT_EQ(std::string(local.sun_path, sizeof local.sun_path), "short" + std::string(103, '\0'));
-    EXPECT_TRUE(is_inet_address("127.0.0.1"));
-    EXPECT_FALSE(is_inet_address("localhost"));
-    EXPECT_FALSE(is_inet_address("1.2.3"));
+    const descriptor named(socket(AF_UNIX, SOCK_DGRAM, 0));
+    EXPECT_TRUE(bind_address(named.get(), std::string("\0name", 5), 0)); // the system keeps 110
+    socklen_t length = sizeof local;
+    getsockname(named.get(), reinterpret_cast<sockaddr*>(&local), &length);
+    EXPECT_EQ(length, 110U);
+}
 
+TEST(socket, local_sockets_and_flags) {
     temporary_directory directory;
-    const int receiver = socket(AF_UNIX, SOCK_DGRAM, 0);
-    const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
-    EXPECT_TRUE(bind_address(receiver, directory.path + "/r", 0));
-    EXPECT_TRUE(bind_address(sender, directory.path + "/s", 0));
-    EXPECT_EQ(send_text_to(sender, "hello", directory.path + "/r", 0, 0), 5);
+    const descriptor receiver(socket(AF_UNIX, SOCK_DGRAM, 0));
+    const descriptor sender(socket(AF_UNIX, SOCK_DGRAM, 0));
+    const int fd = sender.get();
+    EXPECT_TRUE(bind_address(receiver.get(), directory.path + "/r", 0));
+    EXPECT_TRUE(bind_address(fd, directory.path + "/s", 0));
+    EXPECT_FALSE(bind_address(fd, directory.path + "/t", 0));
+    EXPECT_FALSE(connect_address(fd, directory.path + "/t", 0));
+    EXPECT_EQ(send_text_to(fd, "hello", directory.path + "/r", 0, 0), 5);
     std::vector<char> buffer(64);
     std::string from;
-    EXPECT_EQ(set_blocking(sender, false), 0);
-    EXPECT_EQ(recv_from(sender, buffer, from, nullptr), -1); // at once: there is nothing
-    EXPECT_EQ(recv_from(receiver, buffer, from, nullptr), 5);
+    EXPECT_EQ(set_blocking(fd, false), 0);
+    ASSERT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(recv_from(fd, buffer, from, nullptr), -1); // at once: nothing has arrived
+    EXPECT_EQ(recv_from(receiver.get(), buffer, from, nullptr), 5);
     EXPECT_EQ(from, directory.path + "/s");
-    close(receiver);
-    close(sender);
-
-    EXPECT_EQ(bind_device(-1, AF_PACKET, 3, "lo"), 1);
-    EXPECT_EQ(interface_running("nothing0"), -1);
-    EXPECT_EQ(interface_running("lo"), 1);
+    fcntl(fd, F_SETFL, O_APPEND | O_NONBLOCK);
+    EXPECT_EQ(set_blocking(fd, true), 0);
+    EXPECT_EQ(fcntl(fd, F_GETFL) & (O_APPEND | O_NONBLOCK), O_APPEND);
     EXPECT_EQ(set_blocking(-1, true), -1);
 }
 
+TEST(socket, interfaces) {
+    EXPECT_EQ(bind_device(-1, AF_PACKET, 3, "lo"), 1);
+    EXPECT_EQ(interface_running("nothing0"), -1);
+    EXPECT_EQ(interface_running("lo"), 1);
+    std::thread([] { // in a new network it is down
+        EXPECT_TRUE(unshare(CLONE_NEWNET) != 0 || interface_running("lo") == 0);
+    })
+        .join();
+    const descriptor packets(socket(AF_PACKET, SOCK_DGRAM, 0));
+    if (packets.is_open()) { // the system grants them
+        sockaddr_ll device{};
+        socklen_t length = sizeof device;
+        EXPECT_EQ(bind_device(packets.get(), AF_PACKET, 0x1234, "lo"), if_nametoindex("lo"));
+        getsockname(packets.get(), reinterpret_cast<sockaddr*>(&device), &length);
+        EXPECT_EQ(device.sll_protocol, htons(0x1234));
+    }
+}
+
 TEST(socket, accepts_and_closes_streams) {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    EXPECT_EQ(set_reuse_address(listener, 1), 0);
-    ASSERT_TRUE(bind_address(listener, "127.0.0.1", 0));
-    ASSERT_EQ(listen(listener, 1), 0);
-    const int caller = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_TRUE(connect_address(caller, "127.0.0.1", local_port(listener)));
+    const descriptor listener(socket(AF_INET, SOCK_STREAM, 0));
+    EXPECT_EQ(set_reuse_address(listener.get(), 1), 0);
+    ASSERT_TRUE(bind_address(listener.get(), "127.0.0.1", 0));
+    ASSERT_EQ(listen(listener.get(), 1), 0);
+    const descriptor caller(socket(AF_INET, SOCK_STREAM, 0));
+    ASSERT_TRUE(connect_address(caller.get(), "127.0.0.1", local_port(listener.get())));
     std::string address;
     std::uint16_t port = 0;
-    const int accepted = accept_peer(listener, address, port);
+    const int accepted = accept_peer(listener.get(), address, port);
     EXPECT_EQ(address, "127.0.0.1");
-    EXPECT_EQ(port, local_port(caller));
+    EXPECT_EQ(port, local_port(caller.get()));
+    EXPECT_NE(fcntl(accepted, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_EQ(accept_peer(-1, address, port), -1);
+    EXPECT_EQ(set_keepalive(-1, {3, 10, 5}), -1);
     EXPECT_EQ(set_keepalive(accepted, {3, 10, 5}), 0);
-    EXPECT_EQ(send_text(caller, "hi", 0), 2);
+
+    EXPECT_EQ(send_text(caller.get(), "hi", 0), 2);
+    EXPECT_EQ(send_text(caller.get(), "!", MSG_OOB), 1);
+    poll_set set;
+    poll_set_add(set, accepted, POLLIN | POLLPRI | POLLOUT);
+    EXPECT_EQ(wait_for_bits(set, 1000), (bits{POLLIN, POLLPRI, POLLOUT}));
     std::vector<char> buffer(10);
-    EXPECT_EQ(recv_into(accepted, buffer, 0), 2);
+    EXPECT_EQ(recv_into(accepted, buffer, MSG_PEEK), 2);
+    EXPECT_EQ(recv_into(accepted, buffer, MSG_DONTWAIT), 2);
     EXPECT_EQ(socket_error(accepted), 0);
+    const descriptor copy(dup(accepted));
     EXPECT_EQ(close_stream(accepted), 0);
-    EXPECT_EQ(recv_into(caller, buffer, 0), 0);
-    close(caller);
-    close(listener);
+    EXPECT_FALSE(is_open(accepted));
+    EXPECT_EQ(recv_into(caller.get(), buffer, 0), 0) << "the copy keeps the connection open";
+    const struct {
+        int level;
+        int name;
+        int value;
+    } options[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                   {IPPROTO_TCP, TCP_KEEPCNT, 3},
+                   {IPPROTO_TCP, TCP_KEEPIDLE, 10},
+                   {IPPROTO_TCP, TCP_KEEPINTVL, 5},
+                   {IPPROTO_TCP, TCP_NODELAY, 1}};
+    for (const auto& row : options) {
+        EXPECT_EQ(option(copy.get(), row.level, row.name), row.value) << row.name;
+    }
+    EXPECT_EQ(option(listener.get(), SOL_SOCKET, SO_REUSEADDR), 1);
 }

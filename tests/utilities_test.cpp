@@ -1,54 +1,104 @@
 // The small functions, and the derivation of keys.
 #include <cstdlib>
+#include <ctime>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include "platform/key_derivation.h"
 #include "platform/utilities.h"
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
+using texts = std::vector<std::string>;
 
-TEST(utilities, text_functions) {
-    const struct {
-        const char* id;
-        const char* decimal;
-    } ids[] = {{"0x10", "16"},
-               {"16", "16"},
-               {"0X10", "0X10"},
-               {"x10", "x10"},
-               {"0xZZ", "0"},
-               {"0x", "0"},
-               {"0xffffffffffffffff", "18446744073709551615"},
-               {"0x1Ag", "26"},
-               {"", ""}};
-    for (const auto& row : ids) {
-        std::string id = row.id;
+TEST(utilities, identifiers_and_numbers) {
+    for (const auto& [text, decimal] :
+         {std::pair("0x10", "16"), std::pair("16", "16"), std::pair("0X10", "0X10"),
+          std::pair("x10", "x10"), std::pair("0xZZ", "0"), std::pair("0x", "0"),
+          std::pair("0xffffffffffffffff", "18446744073709551615"), std::pair("0x1Ag", "26"),
+          std::pair("", "")}) {
+        std::string id = text;
         hex_id_to_decimal(id);
-        EXPECT_EQ(id, row.decimal) << row.id;
+        EXPECT_EQ(id, decimal) << text;
     }
-    EXPECT_EQ(split(",a,,b,", ','), (std::vector<std::string>{"a", "b"}));
-    EXPECT_TRUE(split("", ',').empty());
+    for (const auto& [text, number] :
+         {std::pair("8090x", 8090UL), std::pair("", 0UL), std::pair("-1", 0UL),
+          std::pair(" 1", 0UL), std::pair("0x10", 0UL), std::pair("007", 7UL)}) {
+        EXPECT_EQ(parse_decimal(text), number) << text;
+    }
+    EXPECT_EQ(parse_decimal("18446744073709551615"), UINT64_MAX);
+    EXPECT_EQ(parse_decimal("18446744073709551616"), UINT64_MAX) << "the largest that there is";
     EXPECT_EQ(mac_to_string({0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F}), "0a:0b:0c:0d:0e:0f");
-    EXPECT_EQ(id_to_mac(0x00020A0B0C0D0E0FU), "0a:0b:0c:0d:0e:0f");
+    EXPECT_EQ(id_to_mac(0xFFF20A0B0C0D0E0FU), "0a:0b:0c:0d:0e:0f");
     EXPECT_EQ(id_to_mac(0), "00:00:00:00:00:00");
-    EXPECT_EQ(run_command("printf '  one\\n two\\n'"), "one two");
-    EXPECT_EQ(run_command("printf 'a\\nb\\n'"), "ab");
-    EXPECT_EQ(run_command("/no/such/command 2>&1 | tail -c 0"), "");
-    // The passphrase is fixed, so the key of a network name is too; made with another program.
-    EXPECT_EQ(derive_psk("csi-lab"),
-              "75b9a9cf24d4ed37605f0cc01bdfe67b70a7eb98695a0b13e0b7bdd377c72296");
 }
 
-TEST(utilities, time_zone_from_the_tool_or_the_default) {
-    captured_output output;
-    EXPECT_EQ(apply_time_zone("/no/such/tool").size(), 3U);
-    EXPECT_STREQ(getenv("TZ"), "EST5EDT");
-    EXPECT_EQ(output.lines().back(), "[Utilit]: Time zone is EST5EDT");
+TEST(utilities, split_drops_empty_fields) {
+    EXPECT_EQ(split(",a,, b,", ','), (texts{"a", " b"}));
+    EXPECT_EQ(split("a,b:c", ':'), (texts{"a,b", "c"}));
+    EXPECT_TRUE(split("", ',').empty());
+}
 
-    temporary_directory directory;
-    const std::string tool = directory.write("tool", "#!/bin/sh\necho noise\necho \"$2,x/$1\"\n");
-    chmod(tool.c_str(), 0755);
-    EXPECT_EQ(get_time_zone(tool), (std::vector<std::string>{"TZ", "x/get"}));
+TEST(utilities, run_command_joins_lines_and_trims) {
+    EXPECT_EQ(run_command("printf '  one\\n two\\n'"), "one two");
+    EXPECT_EQ(run_command("printf 'a \\n\\nb \\t\\r\\f\\v\\n'"), "ab");
+    // It reads 1023 characters at a time and trims after each: a blank at the end of these is lost.
+    EXPECT_EQ(run_command("printf '%01022d b c' 0"), std::string(1022, '0') + "b c");
+    EXPECT_EQ(run_command("/no/such/command 2>&1 | tail -c 0"), "");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a command was left behind";
+    const stopwatch watch;
+    EXPECT_EQ(run_command("yes | head -n 700000").size(), 700000U);
+    EXPECT_LT(watch.elapsed(), std::chrono::seconds(10)) << "not in proportion to the output";
+}
+
+TEST(utilities, derived_keys) {
+    // The passphrase is fixed, so the key of a network name is, too; computed by another program.
+    EXPECT_EQ(derive_psk("csi-lab"),
+              "75b9a9cf24d4ed37605f0cc01bdfe67b70a7eb98695a0b13e0b7bdd377c72296");
+    EXPECT_NE(derive_psk(std::string("a\0b", 3)), derive_psk("a"));
+}
+
+TEST(utilities, default_time_zone) {
+    captured_output output;
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    EXPECT_EQ(apply_time_zone("/no/such/tool"),
+              (texts{"EST5EDT", "M3.2.0/02:00", "M11.1.0/02:00"}));
+    EXPECT_STREQ(getenv("TZ"), "EST5EDT");
+    EXPECT_EQ(timezone, 5 * 3600) << "as the C library knows it";
+    EXPECT_EQ(output.lines(),
+              (texts{"[Utilit]: plain os get time", "[Utilit]: Time zone is EST5EDT"}));
+    EXPECT_STREQ(time_zone_tool, "/sbin/syscfg");
+}
+
+TEST(utilities, time_zone_from_the_tool) {
+    const struct {
+        const char* script;
+        texts printed;
+        texts fields;
+    } rows[] = {
+        {"echo noise,x\necho \"$2,x/$1\"\n", {"noise,x", "TZ,x/get"}, {"TZ", "x/get"}},
+        {"printf '%099dA,B\\n' 0\n",
+         {std::string(99, '0') + "A,B"},
+         {"A", "B"}}, // the second piece
+        {"", {}, {}},
+    };
+    const auto open_files = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    for (const auto& row : rows) {
+        temporary_directory directory;
+        captured_output output;
+        const std::string tool = directory.write("tool", std::string("#!/bin/sh\n") + row.script);
+        chmod(tool.c_str(), 0755);
+        const auto before = open_files();
+        EXPECT_EQ(get_time_zone(tool), row.fields);
+        EXPECT_EQ(open_files(), before + 1) << "the stream stays open";
+        texts expected = row.printed;
+        expected.push_back("[Utilit]: router os get time " +
+                           (row.fields.empty() ? "" : row.fields.front()));
+        EXPECT_EQ(output.lines(), expected);
+    }
 }

@@ -2,8 +2,10 @@
 //
 // The C library creates the threads of SIGEV_THREAD timers internally, where the sanitizer does not
 // see them and crashes. These functions replace the system's and keep the properties that matter:
-// each expiry runs on a new, detached thread, which starts with no signal blocked.
+// each expiry runs on a new, detached thread, which has the wanted real-time priority and starts with
+// no signal blocked; and a process that may not have pending signals gets no timer.
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -11,6 +13,7 @@
 #include <mutex>
 #include <thread>
 
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -20,6 +23,7 @@ using steady = std::chrono::steady_clock;
 
 struct thread_timer {
     sigevent notification;
+    sched_param schedule{}; // a priority of 0 is not a real-time one
     std::mutex mutex;
     std::condition_variable changed;
     bool armed = false;
@@ -34,7 +38,10 @@ steady::duration to_duration(const timespec& time) {
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-void notify(const sigevent& notification) {
+void notify(const sigevent& notification, const sched_param& schedule) {
+    if (schedule.sched_priority > 0) {
+        pthread_setschedparam(pthread_self(), SCHED_FIFO, &schedule);
+    }
     sigset_t none;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
@@ -55,7 +62,7 @@ void serve(thread_timer* timer) {
             timer->next =
                 std::max(timer->next + timer->interval, steady::now()); // overruns count once
             lock.unlock();
-            std::thread(notify, timer->notification).detach();
+            std::thread(notify, timer->notification, timer->schedule).detach();
             lock.lock();
         }
     }
@@ -68,10 +75,19 @@ void serve(thread_timer* timer) {
 extern "C" {
 
 int timer_create(clockid_t clock, sigevent* notification, timer_t* id) noexcept {
+    rlimit pending{};
+    getrlimit(RLIMIT_SIGPENDING, &pending);
+    if (pending.rlim_cur == 0) {
+        errno = EAGAIN;
+        return -1;
+    }
     auto* const timer = new thread_timer;
     *id = timer;
     if (notification != nullptr && notification->sigev_notify == SIGEV_THREAD) {
         timer->notification = *notification;
+        if (notification->sigev_notify_attributes != nullptr) {
+            pthread_attr_getschedparam(notification->sigev_notify_attributes, &timer->schedule);
+        }
         std::thread(serve, timer).detach();
         return 0;
     }

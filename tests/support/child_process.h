@@ -1,4 +1,4 @@
-/// A program as a process of its own, with its output in a file.
+/// Runs a program in its own process, with its output in a file.
 #pragma once
 
 #include <atomic>
@@ -15,16 +15,16 @@
 
 class child_process {
 public:
-    /// What it reads, and whether what it writes as errors belongs to its output.
-    struct streams {
+    struct options {
         int input = STDIN_FILENO;
-        bool with_errors = false;
+        bool with_errors = false;    // standard error goes to the output, too
+        void (*prepare)() = nullptr; // runs in the child before the program starts
     };
 
-    /// Runs the file with these words, of which the first is the name that it is told, in the
-    /// folder; its output goes to "output" there.
+    /// Runs the file with these words, of which the first is the program's name. Standard output
+    /// goes to the file "output" in the folder.
     child_process(const temporary_directory& directory, const char* file,
-                  std::vector<std::string> words, streams use)
+                  std::vector<std::string> words, const options& use)
         : directory_(directory) {
         std::vector<char*> argv;
         argv.reserve(words.size() + 1);
@@ -44,6 +44,9 @@ public:
             if (use.input != STDIN_FILENO) {
                 dup2(use.input, STDIN_FILENO);
             }
+            if (use.prepare != nullptr) {
+                use.prepare();
+            }
             execv(file, argv.data());
             _exit(127);
         }
@@ -60,8 +63,8 @@ public:
     [[nodiscard]] std::string output() const { return directory_.read("output"); }
     void signal(int number) const { kill(pid, number); }
 
-    /// The exit status; the number of the signal, negative, that ended it; -1000 when the bound
-    /// passes and it still runs.
+    /// The exit status, or the negative number of the signal that ended it; -1000 when it still
+    /// runs after the bound.
     int wait(std::chrono::milliseconds bound = std::chrono::seconds(20)) {
         int status = 0;
         if (!wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; }, bound)) {
@@ -72,7 +75,7 @@ public:
     }
 
 protected:
-    std::atomic<pid_t> pid{0}; // a peer's thread may send the signal
+    std::atomic<pid_t> pid{0}; // a peer's thread may send a signal
 
 private:
     const temporary_directory& directory_;

@@ -1,4 +1,4 @@
-/// What tests of several subsystems need: bounded waits, a folder of their own, the log as lines.
+/// What tests of several subsystems need: bounded waits, a scratch folder, the log as lines.
 #pragma once
 
 #include <chrono>
@@ -50,7 +50,7 @@ struct temporary_directory {
         std::ofstream(path + "/" + name) << text;
         return path + "/" + name;
     }
-    /// The file's text, and "absent" where there is no such file.
+    /// The file's text, or "absent" when there is no such file.
     [[nodiscard]] std::string read(const std::string& name) const {
         std::ifstream file(path + "/" + name);
         std::ostringstream text;
@@ -61,7 +61,21 @@ struct temporary_directory {
     std::string path;
 };
 
-/// Takes what goes to standard output. Read it when no other thread logs any more.
+/// The lines of a text, without the times that the log puts in front of them.
+inline std::vector<std::string> lines_of(std::istream& text) {
+    std::vector<std::string> result;
+    for (std::string line; std::getline(text, line);) {
+        const std::size_t prefix = line.rfind("[2", 0) == 0 ? line.find("] ") + 2 : 0;
+        result.push_back(line.substr(prefix));
+    }
+    return result;
+}
+inline std::vector<std::string> lines_of(const std::string& text) {
+    std::istringstream stream(text);
+    return lines_of(stream);
+}
+
+/// Captures standard output. To be read when no other thread logs any more.
 class captured_output {
 public:
     captured_output()
@@ -72,13 +86,9 @@ public:
 
     [[nodiscard]] std::string text() const { return text_.str(); }
 
-    /// The lines since the last call, without the time in front of them.
+    /// The lines since the last call.
     [[nodiscard]] std::vector<std::string> lines() {
-        std::vector<std::string> result;
-        for (std::string line; std::getline(text_, line);) {
-            const std::size_t prefix = line.rfind("[2", 0) == 0 ? line.find("] ") + 2 : 0;
-            result.push_back(line.substr(prefix));
-        }
+        std::vector<std::string> result = lines_of(text_);
         text_.clear();
         return result;
     }
