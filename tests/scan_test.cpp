@@ -147,6 +147,11 @@ TEST_F(scan, goes_check_by_check_and_ends_after_ten) {
     EXPECT_EQ(output.lines(),
               (texts{"[ 127.0.0.1 ] <-- " + report("102,101,103"), "Scan complete"}));
     EXPECT_FALSE(parts.subject.check()) << "the scan has ended";
+    texts reported;
+    for (const bot_record* const bot : parts.subject.take_found()) {
+        reported.push_back(bot->uuid);
+    }
+    EXPECT_EQ(reported, (texts{"101", "102", "103"})); // in the order of the routing
 
     see(R"({"uuid":"104","count":1},{"uuid":"103","count":1},{"uuid":"101","count":1})");
     EXPECT_EQ(parts.run(), 1) << "the next one starts anew, and ends when all are found";
@@ -205,6 +210,13 @@ TEST_F(scan, is_quiet_until_it_ends) {
     }
     EXPECT_EQ(heard().back(), sounding(102, 0, true));
     EXPECT_EQ(count_line(output.lines(), "Scan complete"), 0U);
+}
+
+TEST_F(scan, finds_all_bots_of_one_uuid) {
+    scanner_parts parts(server.port(), at(101) + at(101));
+    see(R"({"uuid":"101","count":1})");
+    EXPECT_EQ(parts.run(), 1);
+    EXPECT_EQ(heard().back(), report("101,101") + "\n");
 }
 
 TEST_F(scan, of_no_bots_ends_with_the_first_check) {
