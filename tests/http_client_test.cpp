@@ -216,7 +216,7 @@ TEST(http_client, threads_wait_for_their_turn_and_get_their_own_replies) {
         overlapped = overlapped || ++at_once > 1;
         std::this_thread::sleep_for(1ms);
         --at_once;
-        return peers::http_answer{200, request.path};
+        return peers::http_response{200, request.path};
     });
     curl_http::http_client http(echo.port());
     const auto ask = [&http](const std::string& path) {

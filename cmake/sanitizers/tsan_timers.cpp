@@ -2,8 +2,8 @@
 //
 // The C library creates the threads of SIGEV_THREAD timers internally, where the sanitizer does not
 // see them and crashes. These functions replace the system's and keep the properties that matter:
-// each expiry runs on a new, detached thread, which has the wanted real-time priority and starts with
-// no signal blocked; and a process that may not have pending signals gets no timer.
+// each expiry runs on a new, detached thread, which has the wanted real-time priority and starts
+// with no signal blocked; and a process that may not have pending signals gets no timer.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
