@@ -151,7 +151,7 @@ private:
     }
 
     /// Looks the request up as it is, and with the peer's name in front.
-    peers::datagram_peer::substitute replies_of(const peers::datagram_peer& peer) {
+    peers::datagram_peer::reply_override replies_of(const peers::datagram_peer& peer) {
         return [this, name = peer.name(), replies = answers_](const std::string& request) {
             auto known = replies.find(request);
             known = known == replies.end() ? replies.find(name + " " + request) : known;
