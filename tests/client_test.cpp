@@ -1,4 +1,4 @@
-// The client's wait for core services, against played peers on real sockets.
+// The client's wait for core services, its first exchange with the server, and its clock.
 #include <gtest/gtest.h>
 
 #include "support/client_fixture.h"
@@ -90,4 +90,18 @@ TEST_F(client, the_log_stays_small_while_core_services_are_waited_for) {
     EXPECT_NE(directory.read("x.log.1").find("failed to send"), std::string::npos);
     EXPECT_NE(directory.read("x.log").find("] log rotated\n"), std::string::npos);
     log_out.close();
+}
+
+TEST_F(client, only_an_attach_that_succeeds_requests_a_scan) {
+    captured_output output;
+    client_state state;
+    rest_session session("localhost", server.port(), state);
+    session.set_urls("v2", "9001");
+    for (const std::string answer : {"", "refused", "accepted"}) {
+        server.set_attach_answer(answer);
+        const bool attached = session.connect(
+            "{}", [](const auto& text, auto& /*reply*/) { return text == "accepted"; });
+        EXPECT_EQ(attached, answer == "accepted");
+        EXPECT_EQ(state.scan_request, attached);
+    }
 }
