@@ -87,7 +87,7 @@ bool zorvin_client::start_up() {
         return false;
     }
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
-        add_interfaces(zorvin);
+        add_interfaces(zorvin, [this] { return state_.shutting_down(); });
         if (!check_interfaces(zorvin)) {
             return false;
         }
@@ -123,7 +123,7 @@ bool zorvin_client::wait_for_core_services() {
     while (true) {
         bool last_answers = false; // the last Zorvin decides for all: kept for compatibility
         for (const zorvin_entry& zorvin : routing_.zorvins()) {
-            last_answers = core_ping(zorvin.address);
+            last_answers = !state_.shutting_down() && core_ping(zorvin.address);
         }
         if (read_signal(signal_descriptor_)) {
             log_prefix() << "Error connecting to core service";
@@ -143,6 +143,9 @@ bool zorvin_client::wait_for_core_services() {
 bool zorvin_client::check_interfaces(const zorvin_entry& zorvin) {
     bool is_first = true; // per entry: the last entry that has an access point decides
     for (const std::string& ifname : zorvin.interfaces) {
+        if (state_.shutting_down()) {
+            return true; // the main loop reads the signal and ends
+        }
         const interface_info info = core_interface_info(zorvin.address, ifname);
         if (info.iftype.empty()) {
             continue;
@@ -180,6 +183,9 @@ void zorvin_client::save_csi() {
     }
     const std::string& filename = get(settings_, "csi_file");
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
+        if (state_.shutting_down()) {
+            return;
+        }
         if (core_save_csi(zorvin.address, filename)) {
             log_prefix() << "Saving CSI to " << filename << " on zorvind " << zorvin.address;
         } else {

@@ -1,5 +1,7 @@
 #include "http/http_client.h"
 
+#include <mutex>
+
 #include <fcntl.h>
 
 #include "daemon/log.h"
@@ -24,6 +26,26 @@ int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) 
     return CURL_SOCKOPT_OK;
 }
 
+/// To HTTP only, whatever else the library speaks, and not in circles.
+void limit_redirects(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 10L);
+#if LIBCURL_VERSION_NUM >= 0x075500
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+#else
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS, long{CURLPROTO_HTTP | CURLPROTO_HTTPS});
+#endif
+}
+
+/// A request that has timed out must not wait until silent name servers have timed out, too. The
+/// resolver's thread ends by itself.
+void leave_resolver_behind(CURL* handle) {
+#if LIBCURL_VERSION_NUM >= 0x075700
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
+#else
+    static_cast<void>(handle);
+#endif
+}
+
 } // namespace
 
 http_client::http_client(std::uint32_t port)
@@ -39,6 +61,8 @@ http_client::http_client(std::uint32_t port, const timeouts& bounds)
         curl_easy_setopt(handle_.get(), CURLOPT_PROXY, "");
         curl_easy_setopt(handle_.get(), CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(handle_.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
+        limit_redirects(handle_.get());
+        leave_resolver_behind(handle_.get());
     }
 }
 
@@ -48,14 +72,14 @@ http_client::~http_client() {
 }
 
 std::string http_client::post_json(const std::string& url, const std::string& body) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     post(url, body);
     return response_;
 }
 
 std::optional<std::string> http_client::post_json_unless_shutting_down(const std::string& url,
                                                                        const std::string& body) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     if (shutting_down()) {
         return std::nullopt;
     }
@@ -74,7 +98,7 @@ void http_client::post(const std::string& url, const std::string& body) {
 }
 
 std::string http_client::get(const std::string& url) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     response_.clear();
     if (handle_ && !shutting_down()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
@@ -85,7 +109,7 @@ std::string http_client::get(const std::string& url) {
 }
 
 std::string http_client::get_with_sink(const std::string& url, void* sink) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     response_.clear();
     if (handle_) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);

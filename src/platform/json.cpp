@@ -7,8 +7,12 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "daemon/log.h"
+
 namespace json {
 namespace {
+
+thread_local const assertion_context* innermost_context = nullptr;
 
 /// Refuses texts that are nested too deeply and numbers too large for a double: the library reads
 /// 8e308 as infinity, and its writer would stop the text there.
@@ -34,7 +38,19 @@ value name_reference(std::string_view name) {
 
 } // namespace
 
+assertion_context::assertion_context()
+    : outer_(innermost_context) {
+    innermost_context = this;
+}
+
+assertion_context::~assertion_context() {
+    innermost_context = outer_;
+}
+
 void assertion_failed(const char* file, int line, const char* expression) {
+    if (innermost_context != nullptr) {
+        csi_receiver::print_error(innermost_context->describe() + "\n");
+    }
     std::fprintf(stderr, "%s:%d: JSON assertion failed: %s\n", file, line, expression);
     std::abort();
 }

@@ -10,7 +10,8 @@
 
 namespace json {
 
-/// Prints the failed assertion to standard error and ends the process.
+/// Prints the failed assertion to standard error, after what the thread's assertion_context
+/// describes, and ends the process.
 [[noreturn]] void assertion_failed(const char* file, int line, const char* expression);
 
 } // namespace json
@@ -39,6 +40,22 @@ public:
 using document = rapidjson::GenericDocument<rapidjson::UTF8<>, allocator>;
 using value = document::ValueType;
 static_assert(RAPIDJSON_ALIGN(1) % alignof(value) == 0);
+
+/// What a thread works on: while one lives, an assertion that fails on its thread describes it
+/// first. The innermost one counts.
+class assertion_context {
+public:
+    assertion_context();
+    virtual ~assertion_context();
+    assertion_context(const assertion_context&) = delete;
+    assertion_context& operator=(const assertion_context&) = delete;
+
+    /// One line, without its end.
+    [[nodiscard]] virtual std::string describe() const = 0;
+
+private:
+    const assertion_context* const outer_;
+};
 
 /// Objects and arrays nested deeper than this are refused: the writer and the passes over a
 /// document recurse once per level, and no peer's text may exhaust the stack.
