@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -29,6 +30,15 @@ std::uint32_t http_port(configuration& settings) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(port, UINT32_MAX));
 }
 
+/// For the destructor, which must not throw: what needs memory that is refused is left out.
+void try_despite_no_memory(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+}
+
 } // namespace
 
 pacing::time monotonic_now() {
@@ -48,11 +58,11 @@ zorvin_client::zorvin_client(int signal_descriptor, configuration& settings, int
 
 zorvin_client::~zorvin_client() {
     state_.stop = true; // a scan in progress sends nothing new
-    log_prefix() << "Stopping the Zorvin client";
+    try_despite_no_memory([] { log_prefix() << "Stopping the Zorvin client"; });
     scanner_.finish();
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
         for (const std::string& ifname : zorvin.interfaces) {
-            core_del_interface(zorvin.address, ifname);
+            try_despite_no_memory([&] { core_del_interface(zorvin.address, ifname); });
         }
     }
 }

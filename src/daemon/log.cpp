@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <iostream>
 #include <mutex>
+#include <new>
 
 #include <sys/stat.h>
 
@@ -87,8 +88,13 @@ void give_back_locked() {
 } // namespace
 
 log_line::~log_line() {
-    text_ += '\n';
-    print(text_);
+    try {
+        text_ += '\n';
+    } catch (const std::bad_alloc&) {
+        print({text_, "\n"});
+        return;
+    }
+    print(text_); // in one write
 }
 
 log_line log_prefix() {
@@ -114,8 +120,14 @@ std::string format_log_prefix(std::time_t time) {
 }
 
 void print(std::string_view text) {
+    print({text});
+}
+
+void print(std::initializer_list<std::string_view> texts) {
     const std::lock_guard<std::mutex> lock(state().mutex);
-    print_locked(text);
+    for (const std::string_view text : texts) {
+        print_locked(text);
+    }
 }
 
 void print_to_console(std::string_view text) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <ctime>
+#include <initializer_list>
 #include <ios>
 #include <string>
 #include <string_view>
@@ -54,8 +55,9 @@ private:
 /// "[2026-3-7_9:5:1] ": UTC, without padding.
 [[nodiscard]] std::string format_log_prefix(std::time_t time);
 
-/// Writes the text as it is, without a prefix.
+/// Writes the texts as they are, one after the other and without a prefix. Allocates no memory.
 void print(std::string_view text);
+void print(std::initializer_list<std::string_view> texts);
 
 /// Writes the text to the standard output that the process was started with, wherever standard
 /// output points now.

@@ -1,6 +1,7 @@
 #include "http/http_client.h"
 
 #include <mutex>
+#include <new>
 
 #include <fcntl.h>
 
@@ -14,7 +15,11 @@ constexpr long receive_buffer_size = 10240000;
 /// A new list for every POST, never released: libcurl uses the last one for later requests, too.
 /// Kept for compatibility.
 curl_slist* make_json_headers() {
-    return curl_slist_append(nullptr, "Content-Type: application/json");
+    curl_slist* const headers = curl_slist_append(nullptr, "Content-Type: application/json");
+    if (headers == nullptr) {
+        throw std::bad_alloc();
+    }
+    return headers;
 }
 
 long to_long(std::chrono::milliseconds time) {
@@ -130,11 +135,12 @@ void http_client::perform(const std::string& url) {
     if (url.empty()) {
         return;
     }
-    curl_easy_setopt(handle_.get(), CURLOPT_URL, url.c_str());
+    // Copied: when that fails, the handle still has the last request's.
+    const CURLcode copied = curl_easy_setopt(handle_.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle_.get(), CURLOPT_PORT, static_cast<long>(port_));
     curl_easy_setopt(handle_.get(), CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(handle_.get(), CURLOPT_BUFFERSIZE, receive_buffer_size);
-    const CURLcode result = curl_easy_perform(handle_.get());
+    const CURLcode result = copied == CURLE_OK ? curl_easy_perform(handle_.get()) : copied;
     if (result == CURLE_OK) {
         connected_ = true;
         return;
@@ -152,7 +158,11 @@ std::size_t http_client::curl_callback(char* data, std::size_t size, std::size_t
     if (data != nullptr) {
         // Each chunk replaces the one before, and the large receive buffer makes a reply arrive as
         // one chunk, as long as it is below libcurl's own limit of 16 KiB: kept for compatibility.
-        static_cast<std::string*>(user)->assign(data, length);
+        try {
+            static_cast<std::string*>(user)->assign(data, length);
+        } catch (const std::bad_alloc&) {
+            return 0; // not through the library's frames: the request fails
+        }
     }
     return length;
 }
