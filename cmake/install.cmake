@@ -1,9 +1,9 @@
-# What `cmake --install` puts where, in two components: the daemon with what its operators need, and
-# the lab. What is for those who work on the code is not installed.
+# What `cmake --install` installs, in two components: the daemon with everything its operators need,
+# and the lab. Developers' programs are not installed.
 include(GNUInstallDirs)
 
 set(CSI_RECEIVER_UNIT_DIR lib/systemd/system CACHE STRING
-    "Where systemd's unit goes; nothing: it is not installed")
+    "Directory of the systemd unit; if empty, the unit is not installed")
 set(csi_receiver_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/csi-receiver)
 set(csi_receiver_man ${PROJECT_SOURCE_DIR}/packaging/man)
 
@@ -14,7 +14,7 @@ install(FILES ${csi_receiver_man}/csi_receiver.8 ${csi_receiver_man}/csi_doctor.
 install(FILES ${csi_receiver_man}/csi_receiver.conf.5
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT daemon)
 
-# In the folders that they have here, so that their links lead somewhere.
+# In the same folders as here, so that the links between them work.
 install(FILES README.md SECURITY.md CONTRIBUTING.md CHANGELOG.md
     DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
 install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
@@ -22,7 +22,7 @@ install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
 install(FILES packaging/README.md packaging/csi_receiver.conf
     DESTINATION ${csi_receiver_doc_dir}/packaging COMPONENT daemon)
 
-# The unit names paths, and `cmake --install --prefix` may still change them.
+# The unit contains paths, which `cmake --install --prefix` may still change.
 foreach(name IN ITEMS CMAKE_INSTALL_SBINDIR CMAKE_INSTALL_SYSCONFDIR
         CSI_RECEIVER_UNIT_DIR PROJECT_SOURCE_DIR PROJECT_BINARY_DIR)
     install(CODE "set(${name} \"${${name}}\")" COMPONENT daemon)

@@ -1,6 +1,7 @@
-# Runs at installation: the configuration, and the unit with the paths of just this installation.
+# Runs at install time: installs the configuration, and the unit with the paths of this
+# installation.
 
-# Below /usr there is no etc: it is the system's own.
+# With the prefix /usr, etc is the system's /etc.
 function(resolve_path result path)
     if(IS_ABSOLUTE ${path})
         set(${result} ${path} PARENT_SCOPE)
@@ -14,7 +15,7 @@ endfunction()
 resolve_path(sbindir ${CMAKE_INSTALL_SBINDIR})
 resolve_path(sysconfdir ${CMAKE_INSTALL_SYSCONFDIR})
 
-# An operator's own configuration is worth more than our sample.
+# Never overwrites an operator's configuration with the sample.
 if(EXISTS $ENV{DESTDIR}${sysconfdir}/csi_receiver.conf)
     message(STATUS "Kept: $ENV{DESTDIR}${sysconfdir}/csi_receiver.conf")
 else()

@@ -1,4 +1,5 @@
-# Before cpack packs what it has installed into a folder for each component: what only a package has.
+# Runs after cpack has installed each component into a folder, before it packs them: adds the files
+# that only packages have.
 function(compress file)
     execute_process(COMMAND gzip -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()

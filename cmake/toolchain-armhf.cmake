@@ -1,5 +1,5 @@
-# For 32-bit ARM with hardware floating point: Debian's cross compiler, and the target's headers and
-# libraries from the folder that scripts/build-arm fills.
+# Toolchain for 32-bit ARM with hardware floating point: Debian's cross compiler, with the target's
+# headers and libraries in the folder that scripts/build-arm fills.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
@@ -11,11 +11,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Nothing of the building machine's own libraries.
+# Keep pkg-config away from the build machine's own libraries.
 set(ENV{PKG_CONFIG_DIR} "")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
 set(ENV{PKG_CONFIG_LIBDIR}
     ${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
 
-# Runs what was built, for the tests.
+# For running the tests.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${CMAKE_SYSROOT})

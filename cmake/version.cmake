@@ -1,5 +1,5 @@
-# Fills the version text in: the release from VERSION, the count of commits since that file last
-# changed, and the commit. A tarball without git still builds, with zeros.
+# Fills in the version text: the release from VERSION, the number of commits since that file last
+# changed, and the commit. Without git, as in a tarball, the last two are zero.
 file(STRINGS ${source}/VERSION release LIMIT_COUNT 1)
 set(count 0)
 set(commit 000000000000)

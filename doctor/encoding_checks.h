@@ -7,8 +7,8 @@
 
 namespace csi_doctor {
 
-/// False, with a finding, when no line can be read as it was meant. Tells a byte order mark, and
-/// the first line with a byte that belongs into no text.
-[[nodiscard]] bool check_plain_text(const std::string& text, report& to);
+/// False, with a finding, when the daemon can read no line of the text. Also reports a byte order
+/// mark, and the first line with a byte that does not belong in text.
+[[nodiscard]] bool check_encoding(const std::string& text, report& findings);
 
 } // namespace csi_doctor

@@ -1,8 +1,10 @@
 #include "doctor/findings.h"
 
 #include <algorithm>
-#include <utility>
+#include <cstddef>
+#include <string_view>
 
+#include "doctor/text.h"
 #include "platform/json.h"
 
 namespace csi_doctor {
@@ -16,12 +18,9 @@ std::string_view color_of(level severity) {
     return severity == level::ok ? "\x1b[32m" : severity == level::warn ? "\x1b[33m" : "\x1b[1;31m";
 }
 
-/// "1 warning", "2 warnings"; empty for none.
-std::string count_of(const std::vector<finding>& from, level severity, const std::string& noun) {
-    const auto number = std::count_if(from.begin(), from.end(), [severity](const finding& one) {
-        return one.severity == severity;
-    });
-    return number == 0 ? "" : std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+std::size_t count(const std::vector<finding>& findings, level severity) {
+    const auto matches = [severity](const finding& one) { return one.severity == severity; };
+    return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), matches));
 }
 
 } // namespace
@@ -38,8 +37,8 @@ void report::fail(std::string where, std::string what, std::string remedy) {
     add({level::fail, std::move(where), std::move(what), std::move(remedy)});
 }
 
-void report::add(finding&& found) {
-    all_.push_back(std::move(found));
+void report::add(finding made) {
+    all_.push_back(std::move(made));
     if (on_finding_) {
         on_finding_(all_.back());
     }
@@ -53,48 +52,33 @@ int report::exit_status() const {
     return static_cast<int>(worst);
 }
 
-std::string printable(std::string_view text) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte < 0x7f) {
-            result += c;
-        } else {
-            result += "\\x";
-            result += digits[byte >> 4U];
-            result += digits[byte & 0xfU];
-        }
-    }
-    return result;
-}
-
-std::string quoted(std::string_view text) {
-    return "\"" + printable(text) + "\"";
-}
-
-std::string to_line(const finding& from, bool color) {
-    std::string name(name_of(from.severity));
+std::string to_line(const finding& made, bool color) {
+    std::string name(name_of(made.severity));
     name.resize(4, ' ');
     if (color) {
-        name = std::string(color_of(from.severity)) + name + "\x1b[0m";
+        name = std::string(color_of(made.severity)) + name + "\x1b[0m";
     }
-    return name + "  " + from.where + ": " + from.what +
-           (from.remedy.empty() ? "" : " -> " + from.remedy);
+    const std::string remedy = made.remedy.empty() ? "" : " -> " + made.remedy;
+    return name + "  " + made.where + ": " + made.what + remedy;
 }
 
-std::string to_summary(const std::vector<finding>& from) {
-    const std::string failures = count_of(from, level::fail, "failure");
-    const std::string warnings = count_of(from, level::warn, "warning");
-    const char* joint = failures.empty() || warnings.empty() ? "" : ", ";
-    const std::string both = failures + joint + warnings;
-    return both.empty() ? "all is well" : both;
+std::string to_summary(const std::vector<finding>& findings) {
+    const std::size_t failures = count(findings, level::fail);
+    const std::size_t warnings = count(findings, level::warn);
+    if (failures == 0 && warnings == 0) {
+        return "all is well";
+    }
+    if (failures == 0) {
+        return counted(warnings, "warning");
+    }
+    return counted(failures, "failure") +
+           (warnings == 0 ? "" : ", " + counted(warnings, "warning"));
 }
 
-std::string to_json(const std::vector<finding>& from) {
+std::string to_json(const std::vector<finding>& findings) {
     json::document all(rapidjson::kArrayType);
     json::allocator& memory = all.GetAllocator();
-    for (const finding& one : from) {
+    for (const finding& one : findings) {
         json::value object(rapidjson::kObjectType);
         json::set(object, "level", name_of(one.severity), memory);
         json::set(object, "where", one.where, memory);

@@ -1,9 +1,9 @@
-/// What the doctor found, and how it is shown.
+/// What the doctor found, and how it is printed.
 #pragma once
 
 #include <functional>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace csi_doctor {
@@ -13,8 +13,8 @@ enum class level { ok, warn, fail };
 struct finding {
     level severity;
     std::string where;  // a line, a key or a peer
-    std::string what;   // in plain words, with what the daemon makes of it
-    std::string remedy; // empty when nothing is to be done
+    std::string what;   // the fact, and what the daemon does because of it
+    std::string remedy; // empty when there is nothing to do
 };
 
 /// The findings in the order in which they were made.
@@ -22,40 +22,32 @@ class report {
 public:
     using listener = std::function<void(const finding&)>;
 
-    /// The listener is told each finding at once: those about the network take their time.
+    /// The listener gets each finding as soon as it is made: network checks may take seconds.
     explicit report(listener on_finding = {})
         : on_finding_(std::move(on_finding)) {}
 
     void ok(std::string where, std::string what);
     void warn(std::string where, std::string what, std::string remedy);
     void fail(std::string where, std::string what, std::string remedy);
+    void add(finding made);
 
     [[nodiscard]] const std::vector<finding>& all() const { return all_; }
 
-    /// 0, with warnings 1, with failures 2.
+    /// 2 with failures, 1 with warnings only, 0 otherwise.
     [[nodiscard]] int exit_status() const;
 
 private:
-    void add(finding&& found);
-
     std::vector<finding> all_;
     listener on_finding_;
 };
 
-/// The text with all bytes but printable ASCII as "\x1b": they would harm a terminal, and a blank
-/// that is none is to be seen.
-[[nodiscard]] std::string printable(std::string_view text);
-
-/// The same in quotes.
-[[nodiscard]] std::string quoted(std::string_view text);
-
 /// One line without a line end.
-[[nodiscard]] std::string to_line(const finding& from, bool color);
+[[nodiscard]] std::string to_line(const finding& made, bool color);
 
 /// "2 failures, 1 warning", or "all is well".
-[[nodiscard]] std::string to_summary(const std::vector<finding>& from);
+[[nodiscard]] std::string to_summary(const std::vector<finding>& findings);
 
 /// An array of objects {"level","where","what","do"}.
-[[nodiscard]] std::string to_json(const std::vector<finding>& from);
+[[nodiscard]] std::string to_json(const std::vector<finding>& findings);
 
 } // namespace csi_doctor

@@ -1,112 +1,112 @@
 #include "doctor/host_name_checks.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 
+#include "doctor/text.h"
 #include "platform/socket.h"
 
 namespace csi_doctor {
 namespace {
 
-constexpr const char* remedy =
-    "write only the host name or the address; the port goes into http_port";
-constexpr const char* fails = ": every request fails";
+constexpr const char* write_host_only =
+    "write only the host name or address; the port goes into http_port";
+constexpr const char* host_name_characters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.";
 
-finding fault(const std::string& what, const std::string& instead = remedy) {
-    return {level::fail, {}, what, instead};
+finding failure(const std::string& what, const std::string& remedy = write_host_only) {
+    return {level::fail, {}, what + ": every request fails", remedy};
 }
 
-finding doubt(const std::string& what, const std::string& instead = remedy) {
-    return {level::warn, {}, what, instead};
+finding wrong_target(const std::string& what, const std::string& target) {
+    return {level::fail, {}, what + ": requests go to " + target, write_host_only};
+}
+
+finding warning(const std::string& what, const std::string& remedy) {
+    return {level::warn, {}, what, remedy};
 }
 
 bool is_ipv6(const std::string& text) {
     in6_addr parsed{};
-    const std::string address = text.substr(0, text.find('%')); // behind it: the interface
+    const std::string address = text.substr(0, text.find('%')); // the interface follows a %
     return inet_pton(AF_INET6, address.c_str(), &parsed) == 1;
 }
 
-/// The first character that no host name has, or the text's end.
-std::string::const_iterator odd_character(const std::string& text) {
-    return std::find_if_not(text.begin(), text.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '-' || c == '_' || c == '.';
-    });
-}
-
-finding judge_brackets(const std::string& host) {
+std::optional<finding> check_brackets(const std::string& host) {
     const std::size_t end = host.find(']');
     if (end != std::string::npos && end + 1 < host.size() && host[end + 1] == ':') {
-        return fault(std::string("has a port") + fails);
+        return failure("has a port");
     }
     if (end == std::string::npos || end + 1 != host.size() || !is_ipv6(host.substr(1, end - 1))) {
-        return fault(std::string("is no host name, as brackets go around an IPv6 address alone") +
-                     fails);
+        return failure("is not a host name, as only an IPv6 address may stand in brackets");
     }
-    return {level::ok, {}, {}, {}};
+    return std::nullopt;
 }
 
-finding judge_colons(const std::string& host) {
+finding explain_colons(const std::string& host) {
     if (is_ipv6(host)) {
-        return fault(std::string("is IPv6 without brackets") + fails,
-                     "write [" + printable(host) + "]");
+        return failure("is an IPv6 address without brackets", "write [" + printable(host) + "]");
     }
     if (std::count(host.begin(), host.end(), ':') > 1) {
-        return fault(std::string("is no host name, as it has several colons") + fails);
+        return failure("has several colons, but is not an IPv6 address");
     }
-    return fault((host.back() == ':' ? "has a colon at its end" : "has a port") +
-                 std::string(fails));
+    return failure(host.back() == ':' ? "ends with a colon" : "has a port");
 }
 
-finding judge_host(const std::string& host) {
+std::optional<finding> check_host(const std::string& host) {
     if (host.empty()) {
-        return fault(std::string("has no host name") + fails);
+        return failure("has no host name");
     }
     if (host.front() == '[') {
-        return judge_brackets(host);
+        return check_brackets(host);
     }
     if (host.find(':') != std::string::npos) {
-        return judge_colons(host);
+        return explain_colons(host);
     }
-    const auto odd = odd_character(host);
-    if (odd != host.end()) {
-        return fault("is no host name: it has the character " + quoted(std::string(1, *odd)));
+    const std::size_t odd = host.find_first_not_of(host_name_characters);
+    if (odd != std::string::npos) {
+        return finding{level::fail,
+                       {},
+                       "is not a host name: it contains " + quoted(host.substr(odd, 1)),
+                       write_host_only};
     }
     if (host.find_first_not_of("0123456789.") == std::string::npos &&
         !csi_receiver::is_inet_address(host)) {
-        return doubt("is no IPv4 address of four numbers up to 255: libcurl may read it as another "
-                     "address",
-                     "write the address as four numbers from 0 to 255 with dots between them");
+        return warning("is not an IPv4 address: libcurl may read it as a different one",
+                       "write the address as four numbers from 0 to 255, separated by dots");
     }
-    return {level::ok, {}, {}, {}};
+    return std::nullopt;
 }
 
 } // namespace
 
-finding judge_server(const std::string& server) {
+std::optional<finding> check_host_name(const std::string& server) {
     const std::size_t scheme = server.find("://");
     if (scheme != std::string::npos) {
-        return fault(std::string("has a scheme") +
-                     (server.compare(0, scheme, "https") == 0
-                          ? ", and the daemon speaks only plain HTTP"
-                          : "") +
-                     ": requests go to a host named " + quoted(server.substr(0, scheme)));
+        const std::string name = server.substr(0, scheme);
+        const bool https = name == "https";
+        return wrong_target("begins with " + quoted(name + "://") +
+                                (https ? ", but the daemon speaks only plain HTTP" : ""),
+                            "a host named " + quoted(name));
     }
     if (server.find_first_of(" \t") != std::string::npos) {
-        return fault(std::string("has a blank in it") + fails);
+        return failure("contains white space");
     }
     const std::size_t path = server.find_first_of("/?");
     if (path != std::string::npos) {
-        return fault(std::string(server[path] == '/' ? "has a path" : "has a query") +
-                     ": requests go to another URL than the server's");
+        return wrong_target(server[path] == '/' ? "has a path" : "has a query", "the wrong URL");
     }
     const std::size_t user = server.rfind('@');
-    finding host = judge_host(user == std::string::npos ? server : server.substr(user + 1));
-    if (host.severity == level::ok && user != std::string::npos) {
-        return doubt("has a user name: every request carries what stands before the @");
+    if (user == std::string::npos) {
+        return check_host(server);
     }
-    return host;
+    std::optional<finding> fault = check_host(server.substr(user + 1));
+    return fault ? fault
+                 : warning("has a user name: every request carries the text before the @",
+                           write_host_only);
 }
 
 } // namespace csi_doctor

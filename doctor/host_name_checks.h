@@ -1,13 +1,15 @@
-/// The server's name as libcurl reads it within a URL, apart from whether it exists.
+/// The configured name of the REST server as libcurl reads it within a URL, whether or not such a
+/// host exists.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "doctor/findings.h"
 
 namespace csi_doctor {
 
-/// What to say about the name: level::ok when nothing is wrong. Without a place.
-[[nodiscard]] finding judge_server(const std::string& server);
+/// What is wrong with the value of "server", as a clause that follows it, and without a place.
+[[nodiscard]] std::optional<finding> check_host_name(const std::string& server);
 
 } // namespace csi_doctor

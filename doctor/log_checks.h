@@ -1,4 +1,4 @@
-/// Whether the daemon could open its log file, found out without writing or rotating anything.
+/// Whether the daemon can write its log file; found out without writing or rotating anything.
 #pragma once
 
 #include "doctor/findings.h"
@@ -6,7 +6,7 @@
 
 namespace csi_doctor {
 
-/// For the user that runs this process.
-void check_log_file(const settings& from, report& to);
+/// Checks the permissions of the user that runs this process.
+void check_log_file(const settings& config, report& findings);
 
 } // namespace csi_doctor

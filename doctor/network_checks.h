@@ -1,5 +1,5 @@
-/// The daemon's peers, asked so that none of them is disturbed: no interface is added or deleted,
-/// nothing sounds, no engine is commanded and nothing is requested from the REST server.
+/// The daemon's peers, checked without disturbing any of them: no interface is added or deleted,
+/// nothing sounds, no engine gets a command and the REST server gets no request.
 #pragma once
 
 #include "doctor/findings.h"
@@ -7,7 +7,7 @@
 
 namespace csi_doctor {
 
-/// Blocks for up to 4 s for each core service and interface that is silent, and 5 s for the server.
-void check_network(const settings& from, report& to);
+/// Blocks for up to 4 s for each silent core service and interface, and 5 s for the REST server.
+void check_network(const settings& config, report& findings);
 
 } // namespace csi_doctor

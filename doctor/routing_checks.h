@@ -1,4 +1,4 @@
-/// The Bots in the routing: which of them the daemon drops, and which it takes but cannot reach.
+/// The Bots in the routing: which ones the daemon drops, and which it accepts but cannot reach.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@
 
 namespace csi_doctor {
 
-/// Reads the routing into a table as the daemon does, but without its log lines.
-void read_routing(const std::string& routing, csi_receiver::routing_table& into);
+/// Adds the routing to the table as the daemon does, but without its log lines.
+void read_routing(const std::string& routing, csi_receiver::routing_table& table);
 
-/// Nothing when the key is missing. Looks at nothing but the value.
-void check_routing(const settings& from, report& to);
+/// Checks nothing when the key is missing. Looks at nothing but the value.
+void check_routing(const settings& config, report& findings);
 
 } // namespace csi_doctor

@@ -10,10 +10,10 @@ namespace csi_doctor {
 constexpr const char* item_form = "write ID:ADDRESS:INTERFACE:HWADDR, such as "
                                   "101:127.0.0.1:wlan0:020000000065";
 
-/// For an item that the daemon leaves out.
-void explain_dropped_item(const std::string& item, const std::string& where, report& to);
+/// For an item that the daemon drops.
+void explain_dropped_item(const std::string& item, const std::string& where, report& findings);
 
-/// For an item with four fields, the last one of 12 characters.
-void check_taken_item(const std::string& item, const std::string& where, report& to);
+/// For an item that the daemon accepts: four fields, the last one of 12 characters.
+void check_accepted_item(const std::string& item, const std::string& where, report& findings);
 
 } // namespace csi_doctor

@@ -1,26 +1,27 @@
 #include "doctor/suggestions.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <numeric>
 #include <vector>
 
 namespace csi_doctor {
 namespace {
 
-constexpr std::size_t shortest_part = 3;
+constexpr std::size_t min_part_size = 3;
 
-/// Words that look like none of the keys, or like the wrong one.
-const struct {
-    const char* written;
-    const char* meant;
+/// Words that resemble no key, or the wrong one.
+constexpr struct {
+    std::string_view written;
+    std::string_view meant;
 } aliases[] = {
     {"log_file", "log_path"}, {"logfile", "log_path"}, {"log_dir", "log_path"},
     {"logdir", "log_path"},   {"bots", "routing"},     {"bot", "routing"},
     {"host", "server"},       {"hostname", "server"},  {"id", "zorvin_uuid"},
 };
 
-/// How many characters must be added, removed or changed to make the one from the other.
-std::size_t edit_distance(const std::string& from, const std::string& to) {
+/// The number of characters to add, remove or change to turn one word into the other.
+std::size_t edit_distance(std::string_view from, std::string_view to) {
     std::vector<std::size_t> row(to.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < from.size(); ++i) {
@@ -35,23 +36,23 @@ std::size_t edit_distance(const std::string& from, const std::string& to) {
     return row.back();
 }
 
-std::string nearest_to(const std::string& key) {
-    const auto distance = [&key](const char* known) { return edit_distance(key, known); };
-    return *std::min_element(
-        known_keys.begin(), known_keys.end(),
-        [&](const char* a, const char* b) { return distance(a) < distance(b); });
+std::string_view nearest_key(std::string_view written) {
+    return *std::min_element(known_keys.begin(), known_keys.end(),
+                             [written](std::string_view a, std::string_view b) {
+                                 return edit_distance(written, a) < edit_distance(written, b);
+                             });
 }
 
-/// The key that the written one is a part of ("uuid", "port"), or else the longest that is a part
-/// of the written one ("export zorvin_uuid", "rest_server").
-std::string by_containment(const std::string& key) {
-    std::string longest;
-    for (std::string known : known_keys) {
-        if (key.size() >= shortest_part && known.find(key) != std::string::npos) {
-            return known;
+/// The first key that contains the word ("uuid", "port"), or else the longest key that the word
+/// contains ("export zorvin_uuid", "rest_server"). Empty when there is none.
+std::string_view key_by_part(std::string_view written) {
+    std::string_view longest;
+    for (const std::string_view key : known_keys) {
+        if (written.size() >= min_part_size && key.find(written) != std::string_view::npos) {
+            return key;
         }
-        if (key.find(known) != std::string::npos && known.size() > longest.size()) {
-            longest = known;
+        if (written.find(key) != std::string_view::npos && key.size() > longest.size()) {
+            longest = key;
         }
     }
     return longest;
@@ -59,19 +60,22 @@ std::string by_containment(const std::string& key) {
 
 } // namespace
 
-std::string likely_meant(const std::string& key) {
+std::string_view suggest_key(std::string_view written) {
     for (const auto& alias : aliases) {
-        if (key == alias.written) {
+        if (written == alias.written) {
             return alias.meant;
         }
     }
-    std::string nearest = nearest_to(key);
-    const std::size_t distance = edit_distance(key, nearest);
-    if (distance <= 1) { // a slip of the finger; else "log_pth" would be taken for "log"
+    const std::string_view nearest = nearest_key(written);
+    const std::size_t distance = edit_distance(written, nearest);
+    if (distance <= 1) { // a slip of the finger; "log_pth" contains "log", but means "log_path"
         return nearest;
     }
-    const std::string related = by_containment(key);
-    return !related.empty() ? related : distance * 2 <= nearest.size() ? nearest : "";
+    const std::string_view related = key_by_part(written);
+    if (!related.empty()) {
+        return related;
+    }
+    return distance * 2 <= nearest.size() ? nearest : "";
 }
 
 } // namespace csi_doctor

@@ -3,17 +3,20 @@
 #include <algorithm>
 #include <array>
 #include <sstream>
+#include <string_view>
+#include <utility>
 
 #include "daemon/configuration.h"
 #include "doctor/encoding_checks.h"
 #include "doctor/suggestions.h"
+#include "doctor/text.h"
 #include "platform/utilities.h"
 
 namespace csi_doctor {
 namespace {
 
-constexpr std::array<const char*, 3> own_keys = {"version", "file", "execname"};
-const struct {
+constexpr std::array<std::string_view, 3> keys_set_by_daemon = {"version", "file", "execname"};
+constexpr struct {
     const char* key;
     const char* example;
 } required_keys[] = {
@@ -27,136 +30,139 @@ bool contains(const list& keys, const std::string& key) {
     return std::find(keys.begin(), keys.end(), key) != keys.end();
 }
 
-std::string all_known_keys() {
+std::string list_known_keys() {
     std::string text;
-    for (const char* key : known_keys) {
+    for (const std::string_view key : known_keys) {
         text += (text.empty() ? "" : ", ") + std::string(key);
     }
     return text;
 }
 
-void explain_unknown_key(const std::string& key, const std::string& where, report& to) {
+void explain_unknown_key(const std::string& key, const std::string& where, report& findings) {
     if (key.empty()) {
-        to.warn(where, "nothing stands before the \"=\", so the line has no effect",
-                "write KEY=VALUE");
+        findings.warn(where, "has no effect: there is no key before the \"=\"", "write KEY=VALUE");
     } else if (key.front() == '#') {
-        to.warn(where,
-                "not a comment, as the # is not in column one, but the unknown key " + quoted(key) +
-                    "; it has no effect",
-                "move the # into column one");
-    } else if (contains(own_keys, key)) {
-        to.warn(where, "the daemon sets this key itself, whatever stands here",
-                "delete the line, or write one of the keys " + all_known_keys());
+        findings.warn(where,
+                      "has no effect: the # is not in column one, so this is not a comment but the "
+                      "unknown key " +
+                          quoted(key),
+                      "move the # to column one");
+    } else if (contains(keys_set_by_daemon, key)) {
+        findings.warn(where, "has no effect: the daemon sets this key itself",
+                      "delete the line, or use one of the keys " + list_known_keys());
     } else {
-        const std::string meant = likely_meant(key);
-        to.warn(where, "the daemon does not know the key " + quoted(key) + " and ignores the line",
-                meant.empty() ? "write one of the keys " + all_known_keys() + ", or delete the line"
-                              : "write " + meant + " if you meant that");
+        const std::string meant(suggest_key(key));
+        findings.warn(where, "has no effect: the daemon does not know the key " + quoted(key),
+                      meant.empty()
+                          ? "use one of the keys " + list_known_keys() + ", or delete the line"
+                          : "write " + meant + " if that is what you meant");
     }
 }
 
-/// A # in the value, and quotes around it: the daemon cuts at the one and keeps the others.
-void check_value_text(const std::string& text, const std::string& value, const std::string& where,
-                      report& to) {
-    const std::size_t sign = text.find('#', text.find('=') + 1);
-    if (sign != std::string::npos) {
-        const bool apart = text[sign - 1] == ' ' || text[sign - 1] == '\t';
-        if (apart) {
-            to.ok(where, "the # and what follows is left out; the value is " + quoted(value));
+/// A # in the value, where the daemon cuts it off, and quotes around it, which the daemon keeps.
+void check_value_text(const std::string& line, const std::string& value, const std::string& where,
+                      report& findings) {
+    const std::size_t hash = line.find('#', line.find('=') + 1);
+    if (hash != std::string::npos) {
+        const bool after_space = line[hash - 1] == ' ' || line[hash - 1] == '\t';
+        if (after_space) {
+            findings.ok(where, "the value is " + quoted(value) +
+                                   "; the # and the text after it are ignored");
         } else {
-            to.warn(where, "a # ends the value, which is only " + quoted(value),
-                    "choose a value without a #; before a comment, put a blank");
+            findings.warn(where, "the # ends the value, which is only " + quoted(value),
+                          "use a value without a #; put a space before a comment");
         }
     }
     if (value.front() == '"' || value.front() == '\'') {
-        to.fail(where, "the quotes are taken as a part of the value " + printable(value),
-                "write the value without quotes");
+        findings.fail(where, "the quotes are part of the value: " + printable(value),
+                      "remove the quotes");
     }
 }
 
-void explain_dropped_line(const std::string& text, std::size_t number, const settings& taken,
-                          report& to) {
-    const std::string content = csi_receiver::trim(text);
+/// A line without "=", or with an empty value.
+void explain_dropped_line(const std::string& line, std::size_t number, const settings& config,
+                          report& findings) {
+    const std::string content = csi_receiver::trim(line);
     if (content.empty() || content.front() == '#') {
         return;
     }
-    const std::string key = csi_receiver::parse_line(text, '=').key;
-    if (text.find('=') == std::string::npos) {
-        to.warn("line " + std::to_string(number),
-                "left out, because there is no \"=\" in " + quoted(content.substr(0, 40)),
-                "write KEY=VALUE, all on one line: a value does not go on in the next line; "
-                "a comment begins with a # in column one");
+    if (line.find('=') == std::string::npos) {
+        findings.warn(line_label(number, ""),
+                      "ignored: there is no \"=\" in " + quoted(content.substr(0, 40)),
+                      "write KEY=VALUE on one line: a value cannot continue on the next line, and "
+                      "a comment begins with a # in column one");
         return;
     }
-    const auto earlier = taken.find(key);
-    to.warn(place(number, key),
-            std::string("left out, because the value is empty") +
-                (text.find('#') != std::string::npos ? " (a # ends it)" : "") +
-                (earlier == taken.end()
-                     ? ""
-                     : "; line " + std::to_string(earlier->second.line) + " stays valid"),
-            "write a value, or delete the line");
+    const std::string key = csi_receiver::parse_line(line, '=').key;
+    const bool has_hash = line.find('#') != std::string::npos;
+    const auto earlier = config.find(key);
+    findings.warn(line_label(number, key),
+                  std::string("ignored: the value is empty") + (has_hash ? " (a # ends it)" : "") +
+                      (earlier == config.end()
+                           ? ""
+                           : "; line " + std::to_string(earlier->second.line) + " stays in effect"),
+                  "write a value, or delete the line");
 }
 
-void take_line(const std::string& text, csi_receiver::configuration_line& line, std::size_t number,
-               settings& taken, report& to) {
-    const std::string where = place(number, line.key);
-    if (!contains(known_keys, line.key)) {
-        explain_unknown_key(line.key, where, to);
+void accept_line(const std::string& line, csi_receiver::configuration_line& parsed,
+                 std::size_t number, settings& config, report& findings) {
+    const std::string where = line_label(number, parsed.key);
+    if (!contains(known_keys, parsed.key)) {
+        explain_unknown_key(parsed.key, where, findings);
         return;
     }
-    check_value_text(text, line.value, where, to);
-    const auto earlier = taken.find(line.key);
-    if (earlier != taken.end()) {
-        to.warn(where,
-                "replaces line " + std::to_string(earlier->second.line) +
-                    ", which has the same key: only the last one counts",
-                line.key == "routing" ? "write all Bots on one line, separated by commas"
-                                      : "delete the one that is wrong");
+    check_value_text(line, parsed.value, where, findings);
+    const auto earlier = config.find(parsed.key);
+    if (earlier != config.end()) {
+        findings.warn(where,
+                      "overrides line " + std::to_string(earlier->second.line) +
+                          ", which has the same key",
+                      parsed.key == "routing" ? "write all Bots on one line, separated by commas"
+                                              : "delete the line that is wrong");
     }
-    taken[line.key] = {std::move(line.value), number};
+    config[parsed.key] = {std::move(parsed.value), number};
 }
 
-void check_required_keys(const settings& taken, report& to) {
+void check_required_keys(const settings& config, report& findings) {
     for (const auto& required : required_keys) {
-        if (taken.count(required.key) == 0) {
-            to.fail(required.key, "missing: the daemon does not start without it",
-                    std::string("add a line such as ") + required.example);
+        if (config.count(required.key) == 0) {
+            findings.fail(required.key, "missing: the daemon does not start without it",
+                          std::string("add a line such as ") + required.example);
         }
     }
 }
 
 } // namespace
 
-std::string place(std::size_t line, const std::string& key) {
+std::string line_label(std::size_t line, const std::string& key) {
     return "line " + std::to_string(line) + (key.empty() ? "" : " (" + printable(key) + ")");
 }
 
-settings check_lines(const std::string& text, report& to) {
-    if (!check_plain_text(text, to)) {
+settings check_syntax(const std::string& text, report& findings) {
+    if (!check_encoding(text, findings)) {
         return {};
     }
-    settings taken;
+    settings config;
     std::istringstream stream(text);
-    bool any = false;
     std::size_t number = 0;
+    bool any_accepted = false;
     for (std::string line; std::getline(stream, line);) {
         ++number;
         csi_receiver::configuration_line parsed = csi_receiver::parse_line(line, '=');
-        any = any || parsed.accepted;
         if (parsed.accepted) {
-            take_line(line, parsed, number, taken, to);
+            any_accepted = true;
+            accept_line(line, parsed, number, config, findings);
         } else {
-            explain_dropped_line(line, number, taken, to);
+            explain_dropped_line(line, number, config, findings);
         }
     }
-    if (any) {
-        check_required_keys(taken, to);
+    if (any_accepted) {
+        check_required_keys(config, findings);
     } else {
-        to.fail("file", "there is no line KEY=VALUE in it: the daemon takes it for empty and ends",
-                "begin with the sample csi_receiver.conf");
+        findings.fail("file", "has no KEY=VALUE line: the daemon treats it as empty and exits",
+                      "start from the sample csi_receiver.conf");
     }
-    return taken;
+    return config;
 }
 
 } // namespace csi_doctor

@@ -1,4 +1,4 @@
-/// The configuration's lines and keys: what the daemon drops, overwrites or does not know.
+/// The configuration's lines and keys: which ones the daemon drops, overrides or does not know.
 #pragma once
 
 #include <cstddef>
@@ -9,19 +9,19 @@
 
 namespace csi_doctor {
 
-/// A key's value that counts, and the line that it stands on, from 1.
-struct entry {
+/// The value that is in effect for a key, and its line, counted from 1.
+struct setting {
     std::string value;
     std::size_t line;
 };
 
-/// The keys that the daemon knows, as it would read them.
-using settings = std::map<std::string, entry>;
+/// By key; only keys that the daemon knows.
+using settings = std::map<std::string, setting>;
 
-/// "line 3 (server)".
-[[nodiscard]] std::string place(std::size_t line, const std::string& key);
+/// "line 3 (server)"; "line 3" without a key.
+[[nodiscard]] std::string line_label(std::size_t line, const std::string& key);
 
-/// Reads the configuration's text with the daemon's own rules. Empty when nothing in it counts.
-[[nodiscard]] settings check_lines(const std::string& text, report& to);
+/// Reads the configuration's text by the daemon's own rules. Empty when no line is in effect.
+[[nodiscard]] settings check_syntax(const std::string& text, report& findings);
 
 } // namespace csi_doctor

@@ -1,16 +1,17 @@
 #include "doctor/udp_sockets.h"
 
-#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <sstream>
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 
 namespace csi_doctor {
 namespace {
 
-/// As the kernel writes 32 bits of an address: in the machine's byte order.
+/// 32 bits of an address as the kernel prints them: in the machine's byte order.
 std::string listed(std::uint32_t word) {
     std::array<char, 9> text{};
     std::snprintf(text.data(), text.size(), "%08X", unsigned{htonl(word)});
@@ -21,9 +22,9 @@ std::string zeros(std::size_t words) {
     return std::string(words * 8, '0');
 }
 
-/// Whether datagrams for 127.0.0.1 come there: a socket for IPv6 takes IPv4 ones, too.
+/// Whether datagrams to 127.0.0.1 reach the address: an IPv6 socket receives IPv4 ones, too.
 bool covers_loopback(const std::string& address) {
-    constexpr std::uint32_t mapped = 0xffff; // before an IPv4 address within an IPv6 one
+    constexpr std::uint32_t mapped = 0xffff; // precedes an IPv4 address within an IPv6 one
     const std::string loopback = listed(INADDR_LOOPBACK);
     return address == zeros(1) || address == loopback || address == zeros(4) ||
            address == zeros(2) + listed(mapped) + loopback ||
@@ -32,7 +33,7 @@ bool covers_loopback(const std::string& address) {
 
 } // namespace
 
-bool hears_loopback(const std::string& list, std::uint16_t port) {
+bool receives_from_loopback(const std::string& list, std::uint16_t port) {
     std::array<char, 6> port_text{};
     std::snprintf(port_text.data(), port_text.size(), ":%04X", unsigned{port});
     std::istringstream lines(list);

@@ -1,4 +1,4 @@
-/// The kernel's list of UDP sockets, as it stands in /proc/net/udp and udp6.
+/// The kernel's list of UDP sockets, as /proc/net/udp and udp6 show it.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,8 @@
 
 namespace csi_doctor {
 
-/// Whether one of the sockets gets what anybody on this machine sends to 127.0.0.1 and the port.
-[[nodiscard]] bool hears_loopback(const std::string& list, std::uint16_t port);
+/// Whether one of the sockets receives what any process on this machine sends to 127.0.0.1 and the
+/// port.
+[[nodiscard]] bool receives_from_loopback(const std::string& list, std::uint16_t port);
 
 } // namespace csi_doctor

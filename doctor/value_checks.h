@@ -1,20 +1,12 @@
-/// Values that mean something else to the daemon than they look like.
+/// Values that do not mean to the daemon what they seem to mean.
 #pragma once
-
-#include <string>
 
 #include "doctor/findings.h"
 #include "doctor/syntax_checks.h"
 
 namespace csi_doctor {
 
-/// All keys but "routing", each if it is there. Looks at nothing but the values.
-void check_values(const settings& from, report& to);
-
-/// The directory that holds the path's last part.
-[[nodiscard]] std::string parent_directory(std::string path);
-
-/// Whether the log goes to a file and not to standard output.
-[[nodiscard]] bool logs_to_file(const settings& from);
+/// Checks every key in the configuration except "routing". Looks at nothing but the values.
+void check_values(const settings& config, report& findings);
 
 } // namespace csi_doctor

@@ -1,9 +1,8 @@
-// Timers whose threads the thread sanitizer can see, for its preset alone.
+// Timers with threads that the thread sanitizer can see, only for its preset.
 //
-// The C library starts the threads of a timer with thread notification inside itself, where the
-// sanitizer knows nothing of them and crashes. These functions take the place of the system's and
-// keep what counts: every expiry runs on a new thread, nobody waits for it, and it starts with no
-// signal blocked.
+// The C library creates the threads of SIGEV_THREAD timers internally, where the sanitizer does not
+// see them and crashes. These functions replace the system's and keep the properties that matter:
+// each expiry runs on a new, detached thread, which starts with no signal blocked.
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>

@@ -1,0 +1,14 @@
+/// Questions about paths in the file system.
+#pragma once
+
+#include <string>
+
+namespace csi_doctor {
+
+[[nodiscard]] bool path_exists(const std::string& path);
+[[nodiscard]] bool is_directory(const std::string& path);
+
+/// The path without its last component: "/" for "/tmp", "." for "here". Looks at the text only.
+[[nodiscard]] std::string parent_directory(std::string path);
+
+} // namespace csi_doctor
