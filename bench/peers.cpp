@@ -33,7 +33,7 @@ bool is_whole(const std::string& text) {
 
 udp_peer::udp_peer(std::string active_bots)
     : active_bots_(std::move(active_bots))
-    , socket_(peers::bind_datagrams(address, csi_receiver::core_service_port))
+    , socket_(peers::bind_udp(address, csi_receiver::core_service_port))
     , thread_([this] { run(); }) {}
 
 udp_peer::~udp_peer() {
@@ -62,7 +62,7 @@ void udp_peer::run() {
 }
 
 http_peer::http_peer()
-    : socket_(peers::listen_on(address, 0))
+    : socket_(peers::listen_tcp(address, 0))
     , thread_([this] { run(); }) {}
 
 http_peer::~http_peer() {

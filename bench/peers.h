@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "peers/sockets.h"
+#include "platform/socket.h"
 
 namespace csi_bench {
 
@@ -36,7 +37,7 @@ public:
     http_peer(const http_peer&) = delete;
     http_peer& operator=(const http_peer&) = delete;
 
-    [[nodiscard]] std::uint16_t port() const { return peers::bound_port(socket_); }
+    [[nodiscard]] std::uint16_t port() const { return csi_receiver::local_port(socket_.get()); }
 
 private:
     void run();

@@ -2,36 +2,39 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
+#include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <exception>
 #include <optional>
 #include <sstream>
 #include <string_view>
 
+#include "lab/status.h"
+
 namespace csi_lab {
 namespace {
 
 using words = std::vector<std::string>;
-/// Nothing when the words do not fit the command.
-using answer = std::optional<typed_answer>;
+/// nullopt when the words do not fit the command's usage.
+using outcome = std::optional<command_result>;
 
-typed_answer say(std::string line) {
-    return {{std::move(line)}, false};
+command_result say(const std::string& line) {
+    return {{line}, false};
 }
 
-typed_answer done_for(const std::string& who, bool known) {
-    return say(known ? "done" : "no peer " + who);
+command_result confirm(bool found, const std::string& who) {
+    return say(found ? "done" : "no such peer: " + who);
 }
 
-std::optional<double> number_of(const std::string& text, double most) {
+std::optional<double> parse_number(const std::string& text, double max) {
     char* end = nullptr;
     const double result = std::strtod(text.c_str(), &end);
-    const bool good = !text.empty() && *end == '\0' && result >= 0 && result <= most;
-    return good ? std::optional<double>(result) : std::nullopt;
+    const bool valid = !text.empty() && *end == '\0' && result >= 0 && result <= max;
+    return valid ? std::optional(result) : std::nullopt;
 }
 
-answer set_presence(const words& typed, peers::installation& lab) {
+outcome set_present(const words& typed, peers::installation& lab) {
     if (typed.size() != 2) {
         return std::nullopt;
     }
@@ -39,71 +42,71 @@ answer set_presence(const words& typed, peers::installation& lab) {
     return say("Bot " + typed[1] + " is " + typed[0]);
 }
 
-answer set_silent(const words& typed, peers::installation& lab) {
+outcome set_silent(const words& typed, peers::installation& lab) {
     const bool valid =
         typed.size() == 2 || (typed.size() == 3 && (typed[2] == "on" || typed[2] == "off"));
     if (!valid) {
         return std::nullopt;
     }
-    return done_for(typed[1], lab.set_silent(typed[1], typed.back() != "off"));
+    return confirm(lab.set_silent(typed[1], typed.back() != "off"), typed[1]);
 }
 
-answer set_delay(const words& typed, peers::installation& lab) {
-    const auto delay = typed.size() == 2 ? number_of(typed[1], 600'000) : std::nullopt;
+outcome set_delay(const words& typed, peers::installation& lab) {
+    const auto delay = typed.size() == 2 ? parse_number(typed[1], 600'000) : std::nullopt;
     if (!delay) {
         return std::nullopt;
     }
-    const std::chrono::milliseconds rounded(static_cast<long>(*delay));
-    lab.set_delay(rounded);
-    return say("all answers wait " + std::to_string(rounded.count()) + " ms");
+    const std::chrono::milliseconds whole(static_cast<long>(*delay));
+    lab.set_delay(whole);
+    return say("all peers now wait " + std::to_string(whole.count()) + " ms before they answer");
 }
 
-answer set_loss(const words& typed, peers::installation& lab) {
-    const auto share = typed.size() == 2 ? number_of(typed[1], 1) : std::nullopt;
+outcome set_loss(const words& typed, peers::installation& lab) {
+    const auto share = typed.size() == 2 ? parse_number(typed[1], 1) : std::nullopt;
     if (!share) {
         return std::nullopt;
     }
     lab.set_loss(*share);
-    return say("core services and fusion daemon lose " + typed[1] + " of the requests");
+    return say("the share of lost UDP requests is now " + typed[1]);
 }
 
-answer set_running(const words& typed, peers::installation& lab) {
+outcome set_running(const words& typed, peers::installation& lab) {
     if (typed.size() != 2) {
         return std::nullopt;
     }
-    return done_for(typed[1], typed[0] == "start" ? lab.start(typed[1]) : lab.stop(typed[1]));
+    return confirm(typed[0] == "start" ? lab.start(typed[1]) : lab.stop(typed[1]), typed[1]);
 }
 
-answer state(const words& /*typed*/, peers::installation& lab) {
-    return typed_answer{lab.state(), false};
+outcome state(const words& /*typed*/, peers::installation& lab) {
+    return command_result{describe_state(lab), false};
 }
 
-answer help(const words& /*typed*/, peers::installation& /*lab*/) {
-    return typed_answer{command_help(), false};
+outcome help(const words& /*typed*/, peers::installation& /*lab*/) {
+    return command_result{command_help(), false};
 }
 
-answer quit(const words& /*typed*/, peers::installation& /*lab*/) {
-    return typed_answer{{}, true};
+outcome quit(const words& /*typed*/, peers::installation& /*lab*/) {
+    return command_result{{}, true};
 }
 
 struct row {
     std::string_view word;
     std::string_view usage;
     std::string_view meaning;
-    answer (*run)(const words&, peers::installation&);
+    outcome (*run)(const words&, peers::installation&);
 };
 
-constexpr std::array<row, 10> table = {{
-    {"absent", "absent BOT", "the Bot is not heard any more", set_presence},
-    {"present", "present BOT", "it is again", set_presence},
-    {"silent", "silent PEER [on|off]", "the peer reads and does not answer", set_silent},
-    {"delay", "delay MS", "all peers wait before they answer", set_delay},
-    {"loss", "loss SHARE", "UDP requests are lost, 0 to 1", set_loss},
-    {"stop", "stop PEER", "the peer's port is closed", set_running},
-    {"start", "start PEER", "and opened again", set_running},
-    {"state", "state", "what is attached, queued, sounded, heard, run", state},
-    {"help", "help", "this list", help},
-    {"quit", "quit", "ends the lab, as SIGINT and SIGTERM do", quit},
+constexpr std::array<row, 10> table{{
+    {"absent", "absent BOT", "take the Bot away: no Zorvin hears it", set_present},
+    {"present", "present BOT", "bring the Bot back", set_present},
+    {"silent", "silent PEER [on|off]", "let the peer read requests but not answer", set_silent},
+    {"delay", "delay MS", "let all peers wait before they answer", set_delay},
+    {"loss", "loss SHARE", "lose this share of all UDP requests, 0 to 1", set_loss},
+    {"stop", "stop PEER", "close the peer's port", set_running},
+    {"start", "start PEER", "open it again", set_running},
+    {"state", "state", "show what each peer is doing", state},
+    {"help", "help", "show this list", help},
+    {"quit", "quit", "exit, as on SIGINT or SIGTERM", quit},
 }};
 
 words split(const std::string& line) {
@@ -116,24 +119,24 @@ words split(const std::string& line) {
     return result;
 }
 
-typed_answer queue(const std::string& text, peers::installation& lab) {
+command_result queue(const std::string& text, peers::installation& lab) {
     lab.server().queue(text);
     return say("queued, " + std::to_string(lab.server().queued()) + " waiting");
 }
 
-typed_answer run_command(const words& typed, peers::installation& lab) {
+command_result run_command(const words& typed, peers::installation& lab) {
     const auto* found = std::find_if(table.begin(), table.end(),
                                      [&](const row& one) { return one.word == typed[0]; });
     if (found == table.end()) {
         return say("\"" + typed[0] + "\" is neither JSON nor a command; try help");
     }
-    const answer result = found->run(typed, lab);
+    const outcome result = found->run(typed, lab);
     return result ? *result : say("usage: " + std::string(found->usage));
 }
 
 } // namespace
 
-typed_answer carry_out(const std::string& line, peers::installation& lab) {
+command_result execute(const std::string& line, peers::installation& lab) {
     const words typed = split(line);
     if (typed.empty()) {
         return {};
@@ -153,15 +156,16 @@ typed_answer carry_out(const std::string& line, peers::installation& lab) {
 }
 
 std::vector<std::string> command_help() {
-    std::vector<std::string> result = {
-        "  {...} or [...]        is queued as the next command for the daemon, as typed",
-        "  raw TEXT              so is any text"};
+    std::vector<std::string> result{
+        "  {...} or [...]        queue this JSON text as the next command for the daemon",
+        "  raw TEXT              queue this text, which need not be JSON"};
     for (const row& one : table) {
         std::string line = "  " + std::string(one.usage);
         line.resize(24, ' ');
         result.push_back(line + std::string(one.meaning));
     }
-    result.emplace_back("  PEER is server, fusion, core (all of them) or core:127.0.0.1");
+    result.emplace_back("PEER is server, fusion, core for all core services, or core:ADDRESS for "
+                        "one of them.");
     return result;
 }
 

@@ -1,4 +1,4 @@
-/// What a person may type while the lab runs.
+/// The commands that a person types while the lab runs.
 #pragma once
 
 #include <string>
@@ -8,17 +8,16 @@
 
 namespace csi_lab {
 
-/// What to show for a typed line, and whether the lab shall end.
-struct typed_answer {
-    std::vector<std::string> lines;
+struct command_result {
+    std::vector<std::string> lines; // to show
     bool quit = false;
 };
 
-/// Carries out a typed line: JSON is queued for the daemon as typed, the first word of anything
-/// else is a lab command. Never throws: failures are told in the answer.
-[[nodiscard]] typed_answer carry_out(const std::string& line, peers::installation& lab);
+/// Executes a typed line: JSON is queued for the daemon as typed, anything else is a lab command.
+/// Never throws: the result says what failed.
+[[nodiscard]] command_result execute(const std::string& line, peers::installation& lab);
 
-/// The lab commands, a line each.
+/// One line per command.
 [[nodiscard]] std::vector<std::string> command_help();
 
 } // namespace csi_lab

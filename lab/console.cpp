@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <stdexcept>
 #include <system_error>
 
@@ -13,20 +14,20 @@
 namespace csi_lab {
 namespace {
 
-int block_signals() {
-    sigset_t ending = {};
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGINT);
-    sigaddset(&ending, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    return signalfd(-1, &ending, SFD_CLOEXEC);
+int make_signal_descriptor() {
+    sigset_t signals{};
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
 } // namespace
 
 console::console()
-    : signals_(block_signals()) {
-    if (signals_.get() < 0) {
+    : signals_(make_signal_descriptor()) {
+    if (!signals_.is_open()) {
         throw std::runtime_error("signalfd: " + std::generic_category().message(errno));
     }
 }
@@ -37,12 +38,12 @@ std::optional<std::string> console::next_line() {
             return line;
         }
         // poll ignores a negative descriptor.
-        std::array<pollfd, 2> waited = {
-            {{signals_.get(), POLLIN, 0}, {open_ ? STDIN_FILENO : -1, POLLIN, 0}}};
-        if (poll(waited.data(), waited.size(), -1) < 0) {
+        std::array<pollfd, 2> polled{
+            {{signals_.get(), POLLIN, 0}, {input_open_ ? STDIN_FILENO : -1, POLLIN, 0}}};
+        if (poll(polled.data(), polled.size(), -1) < 0) {
             continue;
         }
-        if (waited[0].revents != 0) {
+        if (polled[0].revents != 0) {
             return std::nullopt;
         }
         read_input();
@@ -51,7 +52,7 @@ std::optional<std::string> console::next_line() {
 
 std::optional<std::string> console::take_line() {
     const std::size_t end = buffer_.find('\n');
-    if (end == std::string::npos && (open_ || buffer_.empty())) {
+    if (end == std::string::npos && (input_open_ || buffer_.empty())) {
         return std::nullopt;
     }
     std::string line = buffer_.substr(0, end);
@@ -63,12 +64,12 @@ std::optional<std::string> console::take_line() {
 }
 
 void console::read_input() {
-    std::array<char, 4096> text = {};
+    std::array<char, 4096> text{};
     const ssize_t count = read(STDIN_FILENO, text.data(), text.size());
     if (count > 0) {
         buffer_.append(text.data(), static_cast<std::size_t>(count));
     } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
-        open_ = false;
+        input_open_ = false;
     }
 }
 

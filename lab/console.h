@@ -1,21 +1,22 @@
-/// Standard input and the terminating signals, waited for together.
+/// Waits for standard input and for SIGINT and SIGTERM at once.
 #pragma once
 
 #include <optional>
 #include <string>
 
-#include "peers/sockets.h"
+#include "platform/descriptor.h"
 
 namespace csi_lab {
 
-/// For one thread. Construct it before any other thread starts: it blocks SIGINT and SIGTERM for
-/// its own thread and those that this one starts.
+/// For one thread. Construct it before any other thread starts: it blocks SIGINT and SIGTERM in
+/// its own thread and in the threads that this one starts.
 class console {
 public:
-    console(); ///< Throws std::runtime_error when the system has no descriptor left.
+    /// Throws std::runtime_error when the process has no descriptor left.
+    console();
 
-    /// Waits for the next line, given without its end; nothing: a signal came. The end of
-    /// standard input is no end: from then on only a signal is waited for.
+    /// Waits for the next line and returns it without its line end; nullopt when a signal arrived.
+    /// After the end of standard input it waits for a signal only.
     [[nodiscard]] std::optional<std::string> next_line();
 
 private:
@@ -24,7 +25,7 @@ private:
 
     csi_receiver::descriptor signals_;
     std::string buffer_;
-    bool open_ = true; ///< Standard input.
+    bool input_open_ = true;
 };
 
 } // namespace csi_lab

@@ -1,5 +1,6 @@
-/// The program csi_lab: plays an installation until it is told to end.
-#include <cstdio>
+// The program csi_lab: plays an installation until it is told to exit.
+#include <chrono>
+#include <cstddef>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -10,90 +11,94 @@
 #include "lab/commands.h"
 #include "lab/console.h"
 #include "lab/printer.h"
+#include "lab/status.h"
 #include "peers/installation.h"
 #include "peers/journal.h"
 
 namespace {
 
-constexpr int exit_failure = 1; ///< The system refused something: an address, a descriptor.
+constexpr int exit_failure = 1; // a system call failed: an address is in use, for example
 constexpr int exit_usage = 2;
 
 struct arguments {
     peers::installation_options lab;
-    unsigned delay = 0;
-    unsigned appear_after = 1500;
-    unsigned vanish_after = 3000;
+    unsigned delay_ms = 0;
+    unsigned appear_after_ms = static_cast<unsigned>(lab.times.appear_after.count());
+    unsigned vanish_after_ms = static_cast<unsigned>(lab.times.vanish_after.count());
     std::string color = "auto";
     bool print_config = false;
 };
 
+/// Adds an option for a whole number. The help text ends with its range and its default, which is
+/// the present value of `to`.
+template<class number>
+void add_number(CLI::App& app, const char* name, number& to, unsigned min, unsigned max,
+                const std::string& help) {
+    const std::string range = " (" + std::to_string(min) + " to " + std::to_string(max) +
+                              "; default: " + std::to_string(to) + ")";
+    app.add_option(name, to, help + range)->check(CLI::Range(min, max))->option_text("NUMBER");
+}
+
 void add_size_options(CLI::App& app, arguments& to) {
-    app.add_option("--zorvins", to.lab.zorvins, "Core services, at 127.0.0.1, 127.0.0.2, ...")
-        ->check(CLI::Range(1, 250))
-        ->capture_default_str();
-    app.add_option("--bots", to.lab.bots, "Bots 101, 102, ..., dealt out to the Zorvins")
-        ->check(CLI::Range(0, 10000))
-        ->capture_default_str();
-    app.add_option("--api", to.lab.api, "Version of the REST API")
+    add_number(app, "--zorvins", to.lab.zorvins, 1, 250,
+               "Zorvins, with core services at 127.0.0.1, 127.0.0.2, ...");
+    add_number(app, "--bots", to.lab.bots, 0, 10'000,
+               "Bots, with the ids 101, 102, ..., assigned to the Zorvins in turn");
+    app.add_option("--api", to.lab.api, "Version of the REST API: v2 (default) or v3")
         ->check(CLI::IsMember({"v2", "v3"}))
-        ->capture_default_str();
-    app.add_option("--http-port", to.lab.http_port, "Port of the REST server; 0: any free one")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    app.add_flag("--fusion", to.lab.fusion, "Play a fusion daemon, too");
+        ->option_text("VERSION");
+    add_number(app, "--http-port", to.lab.http_port, 0, 65535,
+               "Port of the REST server, or 0 for any free port");
+    app.add_flag("--fusion", to.lab.fusion, "Also play a fusion daemon");
 }
 
 void add_fault_options(CLI::App& app, arguments& to) {
-    app.add_option("--absent", to.lab.absent, "A Bot that is not heard; may be repeated")
-        ->type_name("BOT")
+    app.add_option("--absent", to.lab.absent, "A Bot that no Zorvin hears; may be repeated")
+        ->option_text("BOT")
         ->expected(1)
         ->take_all();
     app.add_option("--silent", to.lab.silent,
-                   "A peer that does not answer: server, fusion, core or core:ADDRESS; may be "
-                   "repeated")
-        ->type_name("PEER")
+                   "A peer that does not answer: server, fusion, core (all core services) or "
+                   "core:ADDRESS (one of them); may be repeated")
+        ->option_text("PEER")
         ->expected(1)
         ->take_all();
-    app.add_option("--loss", to.lab.loss, "Share of UDP requests that are lost")
-        ->check(CLI::Range(0.0, 1.0));
-    app.add_option("--delay", to.delay, "Wait before each answer, in milliseconds")
-        ->check(CLI::Range(0, 600'000));
-    app.add_flag("--duplicate", to.lab.duplicate, "Answer UDP requests twice");
-    app.add_option("--seed", to.lab.seed, "Of the losses")->capture_default_str();
+    app.add_option("--loss", to.lab.loss, "Share of UDP requests to lose, 0 (default) to 1")
+        ->check(CLI::Range(0.0, 1.0))
+        ->option_text("SHARE");
+    add_number(app, "--delay", to.delay_ms, 0, 600'000, "Milliseconds to wait before each answer");
+    app.add_flag("--duplicate", to.lab.duplicate, "Answer each UDP request twice");
+    app.add_option("--seed", to.lab.seed, "Decides which requests are lost (default: 1)")
+        ->option_text("NUMBER");
 }
 
 void add_radio_options(CLI::App& app, arguments& to) {
-    app.add_option("--appear-after", to.appear_after,
-                   "Milliseconds of sounding until a Bot is heard")
-        ->check(CLI::Range(0, 600'000))
-        ->capture_default_str();
-    app.add_option("--vanish-after", to.vanish_after,
-                   "Milliseconds without sounding until it is not heard any more")
-        ->check(CLI::Range(0, 600'000))
-        ->capture_default_str();
+    add_number(app, "--appear-after", to.appear_after_ms, 0, 600'000,
+               "Milliseconds of sounding until a Bot is heard");
+    add_number(app, "--vanish-after", to.vanish_after_ms, 0, 600'000,
+               "Milliseconds without sounding until a Bot is no longer heard");
 }
 
 void add_output_options(CLI::App& app, arguments& to) {
-    app.add_option("--color", to.color, "Colors: auto, always or never")
+    app.add_option("--color", to.color, "When to use color: auto (default), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->capture_default_str();
+        ->option_text("WHEN");
     app.add_flag("--print-config", to.print_config,
                  "Print the daemon's configuration for these options and exit");
 }
 
-/// What the options cannot check one by one. Throws CLI::ValidationError.
+/// Checks what CLI11 cannot check one option at a time. Throws CLI::ValidationError.
 void check(const arguments& given) {
     for (const std::string& who : given.lab.silent) {
-        if (peers::peers_named(given.lab, who).empty()) {
-            throw CLI::ValidationError("--silent", "there is no peer " + who);
+        if (!peers::has_peer(given.lab, who)) {
+            throw CLI::ValidationError("--silent", "no such peer: " + who);
         }
     }
-    if (!(given.lab.loss >= 0)) { // No number is not out of range, either.
-        throw CLI::ValidationError("--loss", "no number");
+    if (!(given.lab.loss >= 0)) { // NaN passes the range check
+        throw CLI::ValidationError("--loss", "not a number");
     }
     if (given.print_config && given.lab.http_port == 0) {
-        throw CLI::ValidationError("--print-config",
-                                   "needs a --http-port: 0 is chosen only when the lab runs");
+        throw CLI::ValidationError("--print-config", "needs a --http-port other than 0");
     }
 }
 
@@ -101,19 +106,19 @@ bool wants_color(const std::string& color) {
     return color == "always" || (color == "auto" && isatty(STDOUT_FILENO) == 1);
 }
 
-void greet(const peers::installation& lab, csi_lab::printer& to) {
-    to.say("csi_lab plays");
-    for (const std::string& line : lab.listening()) {
+void greet(peers::installation& lab, csi_lab::printer& to) {
+    to.say("csi_lab plays:");
+    for (const std::string& line : csi_lab::describe_addresses(lab)) {
         to.say("  " + line);
     }
-    to.say("Type");
+    to.say("Commands:");
     for (const std::string& line : csi_lab::command_help()) {
         to.say(line);
     }
 }
 
 void play(const arguments& given) {
-    constexpr std::size_t kept_messages = 100; // Nobody looks back: they are printed.
+    constexpr std::size_t kept_messages = 100; // they are printed, and not read again
     csi_lab::console console;
     csi_lab::printer printer(wants_color(given.color));
     peers::journal journal(kept_messages);
@@ -121,11 +126,11 @@ void play(const arguments& given) {
     peers::installation lab(journal, given.lab);
     greet(lab, printer);
     while (const auto line = console.next_line()) {
-        const csi_lab::typed_answer answer = csi_lab::carry_out(*line, lab);
-        for (const std::string& shown : answer.lines) {
+        const csi_lab::command_result result = csi_lab::execute(*line, lab);
+        for (const std::string& shown : result.lines) {
             printer.say(shown);
         }
-        if (answer.quit) {
+        if (result.quit) {
             break;
         }
     }
@@ -142,9 +147,9 @@ int run(const arguments& given) {
 
 } // namespace
 
-int main(int count, char** values) {
-    CLI::App app("Plays a whole installation for csi_receiver: its REST server, its core services "
-                 "and its fusion daemon.",
+int main(int argc, char** argv) {
+    CLI::App app("Plays the peers of csi_receiver: a REST server, core services and, if wanted, a "
+                 "fusion daemon.",
                  "csi_lab");
     arguments given;
     add_size_options(app, given);
@@ -152,11 +157,11 @@ int main(int count, char** values) {
     add_radio_options(app, given);
     add_output_options(app, given);
     try {
-        app.parse(count, values);
+        app.parse(argc, argv);
         check(given);
-        given.lab.delay = std::chrono::milliseconds(given.delay);
-        given.lab.times.appear_after = std::chrono::milliseconds(given.appear_after);
-        given.lab.times.vanish_after = std::chrono::milliseconds(given.vanish_after);
+        given.lab.delay = std::chrono::milliseconds(given.delay_ms);
+        given.lab.times.appear_after = std::chrono::milliseconds(given.appear_after_ms);
+        given.lab.times.vanish_after = std::chrono::milliseconds(given.vanish_after_ms);
         return run(given);
     } catch (const CLI::CallForHelp& wanted) {
         return app.exit(wanted);

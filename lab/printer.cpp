@@ -1,5 +1,6 @@
 #include "lab/printer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -31,13 +32,13 @@ std::string label_of_post(const std::string& text) {
 
 std::string local_time(std::chrono::system_clock::time_point when) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
-    const auto since = when - std::chrono::system_clock::from_time_t(seconds);
-    const auto thousandths = std::chrono::duration_cast<std::chrono::milliseconds>(since).count();
-    std::tm parts = {};
+    const auto fraction = when - std::chrono::system_clock::from_time_t(seconds);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(fraction).count();
+    std::tm parts{};
     localtime_r(&seconds, &parts);
-    std::array<char, 32> text = {};
+    std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min,
-                  parts.tm_sec, static_cast<int>(thousandths));
+                  parts.tm_sec, static_cast<int>(ms));
     return text.data();
 }
 
@@ -49,7 +50,7 @@ std::string escaped(std::string_view text) {
             result += c;
             continue;
         }
-        std::array<char, 8> escape = {};
+        std::array<char, 8> escape{};
         std::snprintf(escape.data(), escape.size(), "\\x%02x", unsigned{code});
         result += c == '\n' ? "\\n" : escape.data();
     }
@@ -61,7 +62,7 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
-/// Escape sequence of the peer that speaks with the daemon.
+/// The escape sequence for the color of the peer that talks to the daemon.
 const char* color_of(const peers::message& what) {
     const std::string& peer = what.from == "daemon" ? what.to : what.from;
     if (peer == "server") {
@@ -93,7 +94,7 @@ std::string format_line(const peers::message& what, bool color) {
     constexpr std::size_t label_width = 11;
     std::string_view text = what.text;
     if (!text.empty() && text.back() == '\n') {
-        text.remove_suffix(1); // Unsolicited messages end so; no news to anybody.
+        text.remove_suffix(1); // all unsolicited messages end with a line end
     }
     return local_time(what.when) + "  " + (color ? color_of(what) : "") +
            padded(what.from, peer_width) + " -> " + padded(what.to, peer_width) + "  " +

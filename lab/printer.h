@@ -1,4 +1,4 @@
-/// Shows messages to people, a line each.
+/// Shows messages to people, one line per message.
 #pragma once
 
 #include <mutex>
@@ -8,15 +8,15 @@
 
 namespace csi_lab {
 
-/// What a message is, in a word or two: "attach", "scan report", "status", "command", "request",
-/// "reply" or "remark".
+/// What kind of message it is: "attach", "scan report", "status", "command", "request", "reply" or
+/// "remark".
 [[nodiscard]] std::string label_of(const peers::message& what);
 
-/// Local time, direction, label and text, in columns; without a line end. Characters that would
-/// disturb a terminal are escaped.
+/// Local time, direction, label and text, in columns, without a line end. Control characters are
+/// escaped.
 [[nodiscard]] std::string format_line(const peers::message& what, bool color);
 
-/// Writes whole lines to standard output, flushed. May be called from any thread.
+/// Writes whole lines to standard output and flushes it. May be called from any thread.
 class printer {
 public:
     explicit printer(bool color);

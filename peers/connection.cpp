@@ -4,14 +4,15 @@
 #include <cerrno>
 #include <utility>
 
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
 namespace peers {
 namespace {
 
-/// A client that stops in mid-request must not hold its thread for ever.
-constexpr std::chrono::seconds patience(5);
+/// A client that stops in the middle of a request must not hold its thread forever.
+constexpr std::chrono::seconds io_timeout(5);
 
 } // namespace
 
@@ -23,28 +24,26 @@ connection::connection(descriptor socket, std::uint16_t remote_port, const waker
     setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
 }
 
-bool connection::wait(std::chrono::milliseconds bound) {
-    return begin_ != end_ || wait_readable(socket_, stop_, bound);
+bool connection::wait(std::chrono::milliseconds timeout) {
+    return !unread_.empty() || wait_readable(socket_, stop_, timeout);
 }
 
 std::size_t connection::read(char* to, std::size_t size) {
-    if (begin_ == end_) {
-        if (!wait(patience)) {
-            return 0;
-        }
-        const ssize_t count = recv(socket_.get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT);
-        begin_ = 0;
-        end_ = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    if (!wait(io_timeout)) {
+        return 0;
     }
-    const std::size_t taken = std::min(size, end_ - begin_);
-    std::copy_n(buffer_.data() + begin_, taken, to);
-    begin_ += taken;
-    return taken;
+    if (unread_.empty()) {
+        const ssize_t count = recv(socket_.get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT);
+        unread_ = {buffer_.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+    }
+    const std::size_t copied = unread_.copy(to, size);
+    unread_.remove_prefix(copied);
+    return copied;
 }
 
 bool connection::write(std::string_view text) {
     while (!text.empty()) {
-        if (!wait_writable(socket_, stop_, patience)) {
+        if (!wait_writable(socket_, stop_, io_timeout)) {
             return false;
         }
         const ssize_t sent =
@@ -57,7 +56,7 @@ bool connection::write(std::string_view text) {
     return true;
 }
 
-bool connection::peer_gone() const {
+bool connection::closed_by_client() const {
     char next = 0;
     const ssize_t count = recv(socket_.get(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
     return count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK);

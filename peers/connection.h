@@ -1,4 +1,4 @@
-/// One TCP connection that a client made to the lab.
+/// One TCP connection from an HTTP client.
 #pragma once
 
 #include <array>
@@ -11,20 +11,23 @@
 
 namespace peers {
 
-/// For one thread. Every wait ends at once when the waker, which must live longer, is woken.
+/// For one thread. The waker, which must outlive the connection, ends every wait.
 class connection {
 public:
     connection(descriptor socket, std::uint16_t remote_port, const waker& stop);
+    connection(const connection&) = delete;
+    connection& operator=(const connection&) = delete;
 
-    /// Waits for the next byte. False at the bound or on a stop.
-    [[nodiscard]] bool wait(std::chrono::milliseconds bound);
-    /// Reads what is there, or waits for it up to five seconds. 0 when the client has closed or
-    /// nothing more came.
+    /// Waits until there is something to read or the client has closed the connection. False when
+    /// the time is up or the waker was woken.
+    [[nodiscard]] bool wait(std::chrono::milliseconds timeout);
+    /// Reads what has arrived, or else waits for it for up to five seconds. 0 when the client has
+    /// closed the connection or nothing arrived.
     [[nodiscard]] std::size_t read(char* to, std::size_t size);
-    /// False when not all could be sent.
+    /// False when the text was not sent whole.
     [[nodiscard]] bool write(std::string_view text);
-    /// Whether the client has closed the connection, or its side of it.
-    [[nodiscard]] bool peer_gone() const;
+    /// Whether the client has closed the connection, or its sending side.
+    [[nodiscard]] bool closed_by_client() const;
 
     [[nodiscard]] std::uint16_t remote_port() const { return remote_port_; }
 
@@ -32,9 +35,8 @@ private:
     descriptor socket_;
     const std::uint16_t remote_port_;
     const waker& stop_;
-    std::array<char, 4096> buffer_ = {};
-    std::size_t begin_ = 0; ///< Of the bytes read but not yet taken,
-    std::size_t end_ = 0;   ///< and their end.
+    std::array<char, 4096> buffer_{};
+    std::string_view unread_; // a part of the buffer
 };
 
 } // namespace peers

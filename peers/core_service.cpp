@@ -1,16 +1,21 @@
 #include "peers/core_service.h"
 
-#include <utility>
+#include <chrono>
+#include <optional>
+#include <string_view>
+
+#include "core/core_request.h"
+#include "peers/replies.h"
 
 namespace peers {
 namespace {
 
-std::string text_of(const json::value& request, std::string_view name) {
-    return std::string(json::find_string(request, name).value_or(""));
-}
+/// Longest "active_bots" reply: the daemon reads no more than 4096 bytes.
+constexpr std::size_t max_reply_bytes = 4000;
 
-std::string outcome(bool success, const std::string& reason) {
-    return success ? R"({"success":true})" : refusal(reason);
+/// The text of the member; empty if it is missing or not a string.
+std::string text_member(const json::value& request, std::string_view name) {
+    return std::string(json::find_string(request, name).value_or(""));
 }
 
 json::value bot_object(const radio::heard_bot& bot, json::allocator& memory) {
@@ -32,15 +37,17 @@ const std::map<std::string, core_service::command> core_service::commands = {
     {"save_csi", &core_service::save_csi},
 };
 
+std::string core_name(const std::string& address) {
+    return "core " + address;
+}
+
 core_service::core_service(journal& record, const std::string& address,
-                           core_service_options options)
-    : engines_({"motion2", "breathing2", "guard"})
-    , options_(std::move(options))
-    , radio_(options_.times)
-    , peer_(record, {"core " + address, address, core_service_port, options_.seed},
-            [this](const std::string& request) {
-                return std::vector<std::string>{answer(request)};
-            }) {}
+                           const core_service_options& options)
+    : default_facts_(options.facts)
+    , engines_({"motion2", "breathing2", "guard"})
+    , radio_(options.times)
+    , peer_(record, {core_name(address), address, csi_receiver::core_service_port, options.seed},
+            [this](const std::string& request) { return answer(request); }) {}
 
 void core_service::set_present(const std::string& uuid, bool present) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -49,7 +56,7 @@ void core_service::set_present(const std::string& uuid, bool present) {
 
 void core_service::set_facts(const std::string& ifname, interface_facts facts) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    options_.except[ifname] = std::move(facts);
+    facts_[ifname] = std::move(facts);
 }
 
 std::vector<std::string> core_service::interfaces() const {
@@ -70,10 +77,10 @@ std::vector<radio::heard_bot> core_service::heard() const {
 std::string core_service::answer(const std::string& request) {
     json::document parsed = json::parse(request);
     if (!parsed.IsObject()) {
-        return refusal("no object");
+        return failure_reply("no object");
     }
     if (json::find(parsed, "engineType") != nullptr) {
-        engines_.answer(parsed);
+        engines_.handle(parsed);
         return json::write(parsed);
     }
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -84,20 +91,25 @@ std::string core_service::run_command(const json::value& request) {
     if (json::find(request, "ping") != nullptr) {
         return R"({"ping":"pong"})";
     }
-    const auto found = commands.find(text_of(request, "cmd"));
-    return found == commands.end() ? refusal("unknown command") : (this->*found->second)(request);
+    const auto found = commands.find(text_member(request, "cmd"));
+    if (found == commands.end()) {
+        return failure_reply("unknown command");
+    }
+    return (this->*found->second)(request);
 }
 
 std::string core_service::add_interface(const json::value& request) {
-    const std::string name = text_of(request, "ifname");
-    if (!name.empty()) {
-        radio_.add_interface(name);
+    const std::string name = text_member(request, "ifname");
+    if (name.empty()) {
+        return failure_reply("no ifname");
     }
-    return outcome(!name.empty(), "no ifname");
+    radio_.add_interface(name);
+    return success_reply();
 }
 
 std::string core_service::del_interface(const json::value& request) {
-    return outcome(radio_.del_interface(text_of(request, "ifname")), "unknown interface");
+    const bool deleted = radio_.del_interface(text_member(request, "ifname"));
+    return deleted ? success_reply() : failure_reply("unknown interface");
 }
 
 std::string core_service::get_interfaces(const json::value& /*request*/) {
@@ -112,10 +124,9 @@ std::string core_service::get_interfaces(const json::value& /*request*/) {
 }
 
 std::string core_service::info(const json::value& request) {
-    // Of an interface that was not added, too: the request to add it may have been lost.
-    const auto exception = options_.except.find(text_of(request, "ifname"));
-    const interface_facts& facts =
-        exception == options_.except.end() ? options_.facts : exception->second;
+    // Also for an interface that was not added: the request to add it may have been lost.
+    const auto found = facts_.find(text_member(request, "ifname"));
+    const interface_facts& facts = found == facts_.end() ? default_facts_ : found->second;
     json::document reply(rapidjson::kObjectType);
     json::allocator& memory = reply.GetAllocator();
     json::set(reply, "success", json::value(true), memory);
@@ -128,6 +139,7 @@ std::string core_service::info(const json::value& request) {
     return json::write(reply);
 }
 
+/// If not all Bots fit into one reply, each reply continues where the one before it stopped.
 std::string core_service::active_bots(const json::value& /*request*/) {
     const auto heard = radio_.heard(std::chrono::steady_clock::now());
     json::document reply(rapidjson::kObjectType);
@@ -135,33 +147,35 @@ std::string core_service::active_bots(const json::value& /*request*/) {
     json::value bots(rapidjson::kArrayType);
     std::size_t size = std::string_view(R"({"bots":[]})").size();
     const std::size_t first = heard.empty() ? 0 : next_bot_ % heard.size();
-    std::size_t taken = 0;
-    for (; taken < heard.size(); ++taken) {
-        json::value bot = bot_object(heard[(first + taken) % heard.size()], memory);
+    std::size_t count = 0;
+    for (; count < heard.size(); ++count) {
+        json::value bot = bot_object(heard[(first + count) % heard.size()], memory);
         size += json::write(bot).size() + 1;
-        if (size > options_.reply_limit) {
+        if (size > max_reply_bytes) {
             break;
         }
         bots.PushBack(bot, memory);
     }
-    next_bot_ = taken < heard.size() ? first + taken : 0;
+    next_bot_ = count < heard.size() ? first + count : 0;
     json::set(reply, "bots", std::move(bots), memory);
     return json::write(reply);
 }
 
 std::string core_service::sounding(const json::value& request) {
-    const std::string uuid = text_of(request, "uuid");
+    const std::string uuid = text_member(request, "uuid");
     const json::value* rate = json::find(request, "rate");
-    const bool complete = !uuid.empty() && !text_of(request, "ifname").empty() &&
-                          !text_of(request, "hwaddr").empty() && rate != nullptr && rate->IsUint();
-    if (complete) {
-        radio_.sound(uuid, rate->GetUint(), std::chrono::steady_clock::now());
+    const bool complete = !uuid.empty() && !text_member(request, "ifname").empty() &&
+                          !text_member(request, "hwaddr").empty() && rate != nullptr &&
+                          rate->IsUint();
+    if (!complete) {
+        return failure_reply("incomplete sounding");
     }
-    return outcome(complete, "incomplete sounding");
+    radio_.sound(uuid, rate->GetUint(), std::chrono::steady_clock::now());
+    return success_reply();
 }
 
 std::string core_service::save_csi(const json::value& /*request*/) {
-    return outcome(true, "");
+    return success_reply();
 }
 
 } // namespace peers

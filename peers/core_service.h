@@ -6,17 +6,18 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "peers/datagram_peer.h"
 #include "peers/engines.h"
+#include "peers/journal.h"
 #include "peers/radio.h"
+#include "platform/json.h"
 
 namespace peers {
 
-constexpr std::uint16_t core_service_port = 14310;
-
-/// What "info" tells of an interface.
+/// What "info" reports about an interface.
 struct interface_facts {
     int wiphy = 0;
     int antennas = 4;
@@ -27,34 +28,36 @@ struct interface_facts {
 };
 
 struct core_service_options {
-    interface_facts facts;                         ///< Of every interface,
-    std::map<std::string, interface_facts> except; ///< but of these, by name.
+    interface_facts facts; // of every interface that set_facts does not name
     radio::timing times;
-    /// Longest "active_bots" reply in bytes: the daemon reads no more than 4096. When not all
-    /// Bots fit, each reply goes on where the one before left off.
-    std::size_t reply_limit = 4000;
-    std::uint32_t seed = 1;
+    std::uint32_t seed = 1; // decides which requests are lost
 };
 
-/// May be called from any thread. What it knows outlives a stop: the outage is the network's.
+/// The name in the journal of the core service at this address: "core 127.0.0.1".
+[[nodiscard]] std::string core_name(const std::string& address);
+
+/// May be called from any thread. A stop is like a network outage: the service keeps its state.
 class core_service {
 public:
-    /// Named "core " and its address. Throws std::runtime_error when that cannot be bound.
-    core_service(journal& record, const std::string& address, core_service_options options = {});
+    /// Throws std::runtime_error when the address cannot be bound.
+    core_service(journal& record, const std::string& address,
+                 const core_service_options& options = {});
 
     void set_present(const std::string& uuid, bool present);
     void set_facts(const std::string& ifname, interface_facts facts);
-    void answer_with(datagram_peer::substitute replies) { peer_.answer_with(std::move(replies)); }
+    void answer_with(datagram_peer::reply_override replies) {
+        peer_.answer_with(std::move(replies));
+    }
     void stop() { peer_.stop(); }
     void start() { peer_.start(); }
 
-    /// For its faults, its name and its address.
+    /// Gives access to its name and faults.
     [[nodiscard]] datagram_peer& peer() { return peer_; }
 
     [[nodiscard]] std::vector<std::string> interfaces() const;
     [[nodiscard]] std::vector<radio::sounded_bot> sounded() const;
     [[nodiscard]] std::vector<radio::heard_bot> heard() const;
-    [[nodiscard]] std::vector<engines::run> running_engines() const { return engines_.running(); }
+    [[nodiscard]] std::vector<running_engine> running_engines() const { return engines_.running(); }
 
 private:
     using command = std::string (core_service::*)(const json::value&);
@@ -71,12 +74,13 @@ private:
 
     static const std::map<std::string, command> commands;
 
+    const interface_facts default_facts_;
     engines engines_;
-    mutable std::mutex mutex_; ///< For the three below.
-    core_service_options options_;
+    mutable std::mutex mutex_; // guards the members up to next_bot_
     radio radio_;
-    std::size_t next_bot_ = 0; ///< Where the next "active_bots" reply begins.
-    datagram_peer peer_;       ///< Last: its thread uses all of the above.
+    std::map<std::string, interface_facts> facts_; // by interface
+    std::size_t next_bot_ = 0;                     // where the next "active_bots" reply begins
+    datagram_peer peer_;                           // last: its thread uses all of the above
 };
 
 } // namespace peers

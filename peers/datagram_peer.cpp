@@ -1,6 +1,7 @@
 #include "peers/datagram_peer.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 #include <utility>
 
@@ -20,7 +21,7 @@ datagram_peer::datagram_peer(journal& record, identity self, handler answer)
     , self_(std::move(self))
     , handler_(std::move(answer))
     , buffer_(largest_datagram)
-    , dice_(self_.seed) {
+    , random_(self_.seed) {
     start();
 }
 
@@ -29,17 +30,17 @@ datagram_peer::~datagram_peer() {
 }
 
 void datagram_peer::start() {
-    const std::lock_guard<std::mutex> lock(life_);
+    const std::lock_guard<std::mutex> lock(start_stop_mutex_);
     if (thread_.joinable()) {
         return;
     }
-    socket_ = bind_datagrams(self_.address, self_.port);
+    socket_ = bind_udp(self_.address, self_.port);
     running_ = true;
     thread_ = std::thread([this] { run(); });
 }
 
 void datagram_peer::stop() {
-    const std::lock_guard<std::mutex> lock(life_);
+    const std::lock_guard<std::mutex> lock(start_stop_mutex_);
     if (!thread_.joinable()) {
         return;
     }
@@ -47,8 +48,8 @@ void datagram_peer::stop() {
     stop_.wake();
     thread_.join();
     stop_.reset();
-    held_.clear();
-    socket_ = descriptor();
+    pending_.clear();
+    socket_.reset();
 }
 
 datagram_faults datagram_peer::faults() const {
@@ -56,75 +57,76 @@ datagram_faults datagram_peer::faults() const {
     return faults_;
 }
 
-void datagram_peer::answer_with(substitute replies) {
+void datagram_peer::answer_with(reply_override replies) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    substitute_ = std::move(replies);
+    override_ = std::move(replies);
 }
 
 void datagram_peer::run() {
     while (running_) {
-        if (wait_readable(socket_, stop_, until_due())) {
+        if (wait_readable(socket_, stop_, time_to_next_reply())) {
             receive();
         }
-        send_due();
+        send_due_replies();
     }
 }
 
 void datagram_peer::receive() {
-    sockaddr_in from = {};
+    sockaddr_in from{};
     socklen_t size = sizeof from;
     const ssize_t count = recvfrom(socket_.get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT,
                                    reinterpret_cast<sockaddr*>(&from), &size);
     if (count >= 0) {
-        take(std::string(buffer_.data(), static_cast<std::size_t>(count)), from);
+        handle(std::string(buffer_.data(), static_cast<std::size_t>(count)), from);
     }
 }
 
-void datagram_peer::take(const std::string& request, const sockaddr_in& from) {
-    const datagram_faults now = faults();
+void datagram_peer::handle(const std::string& request, const sockaddr_in& from) {
+    const datagram_faults present = faults();
     journal_.record("daemon", self_.name, request);
-    if (now.silent) {
+    if (present.silent) {
         return;
     }
-    if (lost(now.loss)) {
-        journal_.record("lab", self_.name, "the request above is lost");
+    if (is_lost(present.loss)) {
+        journal_.record("lab", self_.name, "the request above was lost");
         return;
     }
-    const auto due = steady_clock::now() + now.delay;
+    const auto due = steady_clock::now() + present.delay;
+    const int copies = present.duplicate ? 2 : 1;
     for (const std::string& text : replies_to(request)) {
-        for (int copy = now.duplicate ? 2 : 1; copy > 0; --copy) {
-            held_.emplace(due, held_reply{from, text});
+        for (int copy = 0; copy < copies; ++copy) {
+            pending_.emplace(due, pending_reply{from, text});
         }
     }
 }
 
 std::vector<std::string> datagram_peer::replies_to(const std::string& request) const {
-    substitute instead;
+    reply_override present;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        instead = substitute_;
+        present = override_;
     }
-    if (instead) {
-        if (auto replies = instead(request)) {
+    if (present) {
+        if (auto replies = present(request)) {
             return *std::move(replies);
         }
     }
-    return handler_(request);
+    return {handler_(request)};
 }
 
-bool datagram_peer::lost(double share) {
-    return std::uniform_real_distribution<double>(0, 1)(dice_) < share;
+bool datagram_peer::is_lost(double share) {
+    return std::uniform_real_distribution<double>(0, 1)(random_) < share;
 }
 
-void datagram_peer::send_due() {
-    while (!held_.empty() && held_.begin()->first <= steady_clock::now()) {
-        send(held_.begin()->second);
-        held_.erase(held_.begin());
+void datagram_peer::send_due_replies() {
+    while (!pending_.empty() && pending_.begin()->first <= steady_clock::now()) {
+        send(pending_.begin()->second);
+        pending_.erase(pending_.begin());
     }
 }
 
-void datagram_peer::send(const held_reply& reply) {
-    // Before it leaves: who has the reply may rely on the journal.
+void datagram_peer::send(const pending_reply& reply) {
+    // Recorded before it is sent: whoever has the reply finds it in the journal.
     journal_.record(self_.name, "daemon", reply.text);
     const ssize_t sent = sendto(socket_.get(), reply.text.data(), reply.text.size(), MSG_NOSIGNAL,
                                 reinterpret_cast<const sockaddr*>(&reply.to), sizeof reply.to);
@@ -134,11 +136,12 @@ void datagram_peer::send(const held_reply& reply) {
     }
 }
 
-std::optional<std::chrono::milliseconds> datagram_peer::until_due() const {
-    if (held_.empty()) {
+std::optional<std::chrono::milliseconds> datagram_peer::time_to_next_reply() const {
+    if (pending_.empty()) {
         return std::nullopt;
     }
-    return std::chrono::ceil<std::chrono::milliseconds>(held_.begin()->first - steady_clock::now());
+    return std::chrono::ceil<std::chrono::milliseconds>(pending_.begin()->first -
+                                                        steady_clock::now());
 }
 
 } // namespace peers

@@ -1,4 +1,4 @@
-/// What all of the lab's UDP peers have in common: a socket, a thread, faults.
+/// What all UDP peers have in common: a socket, a thread, and faults.
 #pragma once
 
 #include <atomic>
@@ -13,35 +13,36 @@
 #include <thread>
 #include <vector>
 
+#include <netinet/in.h>
+
 #include "peers/journal.h"
 #include "peers/sockets.h"
 
 namespace peers {
 
-/// How a peer misbehaves. A silent peer reads requests and does nothing; a lost request is one
-/// that the peer never saw. Both are in the journal all the same: the daemon did send them.
+/// How a peer misbehaves. The journal has every request all the same: the daemon did send it.
 struct datagram_faults {
-    bool silent = false;
-    double loss = 0;                    ///< Share of the requests that are lost, 0 to 1.
-    std::chrono::milliseconds delay{0}; ///< Before each reply; later requests do not wait for it.
-    bool duplicate = false;             ///< Each reply goes out twice.
+    bool silent = false;                // requests are read but neither handled nor answered
+    double loss = 0;                    // share of the requests that never reach the peer, 0 to 1
+    std::chrono::milliseconds delay{0}; // before each reply; later requests do not wait for it
+    bool duplicate = false;             // each reply is sent twice
 };
 
 /// Answers the datagrams that arrive at one address and port, on a thread of its own.
-/// Everything but construction and destruction may be called from any thread, but not from a
-/// handler, which runs on the peer's thread.
+/// Everything but construction and destruction may be called from any thread, except from a
+/// handler: handlers run on the peer's thread.
 class datagram_peer {
 public:
     struct identity {
-        std::string name; ///< In the journal.
+        std::string name; // in the journal
         std::string address;
         std::uint16_t port;
-        std::uint32_t seed; ///< Of the dice for losses.
+        std::uint32_t seed; // decides which requests are lost
     };
-    /// Gives the replies to a request: none, one or several.
-    using handler = std::function<std::vector<std::string>(const std::string& request)>;
-    /// Gives the replies as they shall stand on the wire, or leaves the request to the handler.
-    using substitute =
+    /// Returns the reply to a request.
+    using handler = std::function<std::string(const std::string& request)>;
+    /// Returns all replies to a request, or nullopt to leave the request to the handler.
+    using reply_override =
         std::function<std::optional<std::vector<std::string>>(const std::string& request)>;
 
     /// Starts. Throws std::runtime_error when the address cannot be bound.
@@ -50,9 +51,9 @@ public:
     datagram_peer(const datagram_peer&) = delete;
     datagram_peer& operator=(const datagram_peer&) = delete;
 
-    /// Closes the socket, so that the system refuses what is sent to it. Held replies are lost.
+    /// Closes the socket, so that the system refuses what is sent to it. Delayed replies are lost.
     void stop();
-    /// Opens it again; nothing when it is open. Throws as the constructor.
+    /// Opens the socket again, unless it is open. Throws like the constructor.
     void start();
     [[nodiscard]] bool running() const { return running_; }
 
@@ -62,47 +63,48 @@ public:
     void set_duplicate(bool duplicate) { set(&datagram_faults::duplicate, duplicate); }
     [[nodiscard]] datagram_faults faults() const;
 
-    /// An empty function takes the substitute away.
-    void answer_with(substitute replies);
+    /// An empty function leaves all requests to the handler again.
+    void answer_with(reply_override replies);
 
     [[nodiscard]] const std::string& name() const { return self_.name; }
-    [[nodiscard]] const std::string& address() const { return self_.address; }
 
 private:
-    struct held_reply {
+    struct pending_reply {
         sockaddr_in to;
         std::string text;
     };
 
-    template<typename member>
-    void set(member datagram_faults::*which, member to) {
+    template<class type>
+    void set(type datagram_faults::*fault, type value) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        faults_.*which = to;
+        faults_.*fault = value;
     }
     void run();
     void receive();
-    void take(const std::string& request, const sockaddr_in& from);
+    void handle(const std::string& request, const sockaddr_in& from);
     [[nodiscard]] std::vector<std::string> replies_to(const std::string& request) const;
-    [[nodiscard]] bool lost(double share);
-    void send_due();
-    void send(const held_reply& reply);
-    [[nodiscard]] std::optional<std::chrono::milliseconds> until_due() const;
+    [[nodiscard]] bool is_lost(double share);
+    void send_due_replies();
+    void send(const pending_reply& reply);
+    [[nodiscard]] std::optional<std::chrono::milliseconds> time_to_next_reply() const;
 
     journal& journal_;
     const identity self_;
     const handler handler_;
     waker stop_;
-    std::mutex life_; ///< Held by start and stop.
+    std::mutex start_stop_mutex_; // held by start and stop
     std::atomic<bool> running_{false};
     std::thread thread_;
-    mutable std::mutex mutex_; ///< For the two below.
+
+    mutable std::mutex mutex_; // guards faults_ and override_
     datagram_faults faults_;
-    substitute substitute_;
-    // The thread's own, or of start and stop while there is none.
+    reply_override override_;
+
+    // Used by the thread, and by start and stop while the thread does not run.
     descriptor socket_;
     std::vector<char> buffer_;
-    std::minstd_rand dice_;
-    std::multimap<std::chrono::steady_clock::time_point, held_reply> held_;
+    std::minstd_rand random_;
+    std::multimap<std::chrono::steady_clock::time_point, pending_reply> pending_; // by due time
 };
 
 } // namespace peers

@@ -1,6 +1,7 @@
 #include "peers/engines.h"
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 namespace peers {
@@ -8,7 +9,7 @@ namespace {
 
 void add_bot(const json::value& from, std::vector<std::string>& to) {
     if (from.IsString()) {
-        to.emplace_back(from.GetString(), from.GetStringLength());
+        to.emplace_back(json::text_of(from));
     } else if (from.IsObject()) {
         if (const auto uuid = json::find_string(from, "uuid")) {
             to.emplace_back(*uuid);
@@ -16,7 +17,7 @@ void add_bot(const json::value& from, std::vector<std::string>& to) {
     }
 }
 
-std::vector<std::string> named_bots(const json::value& command) {
+std::vector<std::string> bots_in(const json::value& command) {
     std::vector<std::string> result;
     if (const json::value* bot = json::find(command, "bot")) {
         add_bot(*bot, result);
@@ -35,30 +36,31 @@ std::vector<std::string> named_bots(const json::value& command) {
 engines::engines(std::set<std::string> types)
     : types_(std::move(types)) {}
 
-void engines::answer(json::document& command) {
+void engines::handle(json::document& command) {
     const std::lock_guard<std::mutex> lock(mutex_);
     json::allocator& memory = command.GetAllocator();
     const std::string type(json::find_string(command, "engineType").value_or(""));
-    const std::string reason = carry_out(type, command);
+    const std::vector<std::string> bots = bots_in(command);
+    const std::string reason = execute(type, command, bots);
     json::set(command, "success", json::value(reason.empty()), memory);
     if (!reason.empty()) {
         json::set(command, "reason", reason, memory);
         return;
     }
-    const bool runs = any_runs(type, named_bots(command));
-    json::set(command, "state", runs ? "running" : "stopped", memory);
+    json::set(command, "state", runs(type, bots) ? "running" : "stopped", memory);
 }
 
-std::vector<engines::run> engines::running() const {
+std::vector<running_engine> engines::running() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<run> result;
+    std::vector<running_engine> result;
     for (const auto& [type, bot] : running_) {
         result.push_back({type, bot});
     }
     return result;
 }
 
-std::string engines::carry_out(const std::string& type, const json::value& command) {
+std::string engines::execute(const std::string& type, const json::value& command,
+                             const std::vector<std::string>& bots) {
     if (types_.count(type) == 0) {
         return "unknown engine type";
     }
@@ -66,7 +68,6 @@ std::string engines::carry_out(const std::string& type, const json::value& comma
     if (!word) {
         return "unknown command";
     }
-    const std::vector<std::string> bots = named_bots(command);
     if (bots.empty() && (*word == "start" || *word == "stop")) {
         return "no bot";
     }
@@ -80,18 +81,11 @@ std::string engines::carry_out(const std::string& type, const json::value& comma
     return {};
 }
 
-bool engines::any_runs(const std::string& type, const std::vector<std::string>& of) const {
-    return std::any_of(running_.begin(), running_.end(), [&](const key& one) {
+bool engines::runs(const std::string& type, const std::vector<std::string>& bots) const {
+    return std::any_of(running_.begin(), running_.end(), [&](const type_and_bot& one) {
         return one.first == type &&
-               (of.empty() || std::find(of.begin(), of.end(), one.second) != of.end());
+               (bots.empty() || std::find(bots.begin(), bots.end(), one.second) != bots.end());
     });
-}
-
-std::string refusal(const std::string& reason) {
-    json::document answer(rapidjson::kObjectType);
-    json::set(answer, "success", json::value(false), answer.GetAllocator());
-    json::set(answer, "reason", reason, answer.GetAllocator());
-    return json::write(answer);
 }
 
 } // namespace peers

@@ -1,4 +1,5 @@
-/// Motion engines without the motion: which engine runs for which Bot, and the answers to that.
+/// Motion engines that detect nothing: which engine runs for which Bot, and the replies to
+/// commands.
 #pragma once
 
 #include <mutex>
@@ -11,35 +12,35 @@
 
 namespace peers {
 
+struct running_engine {
+    std::string type;
+    std::string bot; // uuid
+};
+
 /// Plays the engines of one service. May be called from any thread.
 class engines {
 public:
-    struct run {
-        std::string type;
-        std::string bot;
-    };
-
     explicit engines(std::set<std::string> types);
 
-    /// Turns an engine command, an object, into its answer: adds "success" and, as it fits,
-    /// "state" or "reason". Bots are named by "bot" or "bots", each a uuid or an object with one.
-    void answer(json::document& command);
+    /// Executes an engine command, an object, and turns it into its reply: adds "success" and
+    /// either "state" or "reason". The Bots are in "bot" or "bots", each a uuid or an object with a
+    /// "uuid".
+    void handle(json::document& command);
 
-    [[nodiscard]] std::vector<run> running() const;
+    [[nodiscard]] std::vector<running_engine> running() const;
 
 private:
-    using key = std::pair<std::string, std::string>; ///< Type and Bot.
+    using type_and_bot = std::pair<std::string, std::string>;
 
-    /// Empty when the command was carried out, else the reason why not.
-    std::string carry_out(const std::string& type, const json::value& command);
-    [[nodiscard]] bool any_runs(const std::string& type, const std::vector<std::string>& of) const;
+    /// Returns the reason for a failure; empty on success.
+    [[nodiscard]] std::string execute(const std::string& type, const json::value& command,
+                                      const std::vector<std::string>& bots);
+    /// Whether the engine runs for one of the Bots, or for any Bot if none is given.
+    [[nodiscard]] bool runs(const std::string& type, const std::vector<std::string>& bots) const;
 
     const std::set<std::string> types_;
-    mutable std::mutex mutex_;
-    std::set<key> running_;
+    mutable std::mutex mutex_; // guards running_
+    std::set<type_and_bot> running_;
 };
-
-/// Makes {"success":false,"reason":…} of the reason.
-[[nodiscard]] std::string refusal(const std::string& reason);
 
 } // namespace peers

@@ -8,32 +8,32 @@
 
 #include "peers/datagram_peer.h"
 #include "peers/engines.h"
+#include "peers/journal.h"
 
 namespace peers {
 
-constexpr const char* fusion_address = "127.0.0.1";
-constexpr std::uint16_t fusion_port = 14312;
-
-/// May be called from any thread. What it knows outlives a stop.
+/// May be called from any thread. The engines keep running while the daemon is stopped.
 class fusion_daemon {
 public:
-    /// Named "fusion". Throws std::runtime_error when its address cannot be bound.
+    /// Named "fusion" in the journal. Throws std::runtime_error when its address cannot be bound.
     explicit fusion_daemon(journal& record, std::uint32_t seed = 1);
 
-    void answer_with(datagram_peer::substitute replies) { peer_.answer_with(std::move(replies)); }
+    void answer_with(datagram_peer::reply_override replies) {
+        peer_.answer_with(std::move(replies));
+    }
     void stop() { peer_.stop(); }
     void start() { peer_.start(); }
 
-    /// For its faults.
+    /// Gives access to its name and faults.
     [[nodiscard]] datagram_peer& peer() { return peer_; }
 
-    [[nodiscard]] std::vector<engines::run> running_engines() const { return engines_.running(); }
+    [[nodiscard]] std::vector<running_engine> running_engines() const { return engines_.running(); }
 
 private:
     std::string answer(const std::string& request);
 
     engines engines_;
-    datagram_peer peer_; ///< Last: its thread uses the engines.
+    datagram_peer peer_; // last: its thread uses the engines
 };
 
 } // namespace peers

@@ -13,14 +13,18 @@
 #include <strings.h>
 #include <sys/socket.h>
 
+#include "peers/connection.h"
+#include "peers/sockets.h"
+#include "platform/socket.h"
+
 namespace peers {
 namespace {
 
 constexpr std::chrono::hours keep_alive(1);
 constexpr const char* address = "127.0.0.1";
 
-/// Lets the HTTP library read from a connection, and collects what it writes: an answer goes out
-/// as one piece, or as half of one.
+/// Lets the HTTP library read from a connection, and collects what it writes: a response is sent in
+/// one piece, or half of it.
 class stream : public httplib::Stream {
 public:
     explicit stream(connection& over)
@@ -30,7 +34,7 @@ public:
     bool is_writable() const override { return true; }
 
     ssize_t read(char* to, size_t size) override {
-        // The client may wait for an interim answer before it sends the body.
+        // The client may wait for an interim response before it sends the body.
         return flush() ? static_cast<ssize_t>(over_.read(to, size)) : -1;
     }
 
@@ -62,8 +66,8 @@ public:
         static_cast<void>(flush());
     }
 
-    enum class ending { whole, cut, dropped };
-    ending end = ending::whole; ///< What the handler wants of its answer.
+    enum class outcome { whole, cut, none };
+    outcome wanted = outcome::whole; // what the handler wants sent of its response
     [[nodiscard]] const connection& over() const { return over_; }
 
 private:
@@ -71,44 +75,44 @@ private:
     std::string written_;
 };
 
-/// The stream whose request this thread handles: the library tells its handlers only the request.
+/// The stream whose request this thread handles: the library passes only the request to handlers.
 thread_local stream* current = nullptr;
 
-/// The library sets a process-wide signal disposition; it is not the lab's to change, since the
-/// programs that a test starts inherit it.
-class signal_guard {
+/// Restores the disposition of SIGPIPE, which the library changes for the whole process: programs
+/// that a test starts would inherit it.
+class sigpipe_guard {
 public:
-    signal_guard() { sigaction(SIGPIPE, nullptr, &kept_); }
-    ~signal_guard() { sigaction(SIGPIPE, &kept_, nullptr); }
-    signal_guard(const signal_guard&) = delete;
-    signal_guard& operator=(const signal_guard&) = delete;
+    sigpipe_guard() { sigaction(SIGPIPE, nullptr, &saved_); }
+    ~sigpipe_guard() { sigaction(SIGPIPE, &saved_, nullptr); }
+    sigpipe_guard(const sigpipe_guard&) = delete;
+    sigpipe_guard& operator=(const sigpipe_guard&) = delete;
 
 private:
-    struct sigaction kept_ = {};
+    struct sigaction saved_ {};
 };
 
 http_request copy_of(const httplib::Request& from) {
-    // The library adds these to what the client sent.
-    static const std::set<std::string> added = {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR",
-                                                "LOCAL_PORT"};
-    http_request result = {std::chrono::steady_clock::now(),
-                           from.method,
-                           from.target,
-                           {},
-                           from.body,
-                           static_cast<std::uint16_t>(from.remote_port)};
+    // The library adds these to the headers that the client sent.
+    static const std::set<std::string> added{"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR",
+                                             "LOCAL_PORT"};
+    http_request result{std::chrono::steady_clock::now(),
+                        from.method,
+                        from.target,
+                        {},
+                        from.body,
+                        static_cast<std::uint16_t>(from.remote_port)};
     std::copy_if(from.headers.begin(), from.headers.end(), std::back_inserter(result.headers),
                  [](const auto& header) { return added.count(header.first) == 0; });
     return result;
 }
 
-/// Uses the library for requests and answers, but accepts and keeps connections itself.
+/// Makes the library read requests and write responses; it accepts no connections.
 class parser : public httplib::Server {
 public:
-    explicit parser(http_listener::handler answer)
-        : answer_(std::move(answer)) {
+    explicit parser(http_listener::handler respond)
+        : respond_(std::move(respond)) {
         const auto handle = [this](const httplib::Request& request, httplib::Response& response) {
-            respond(request, response);
+            fill(response, request);
         };
         Get(".*", handle);
         Post(".*", handle);
@@ -119,25 +123,25 @@ public:
     using httplib::Server::process_request;
 
 private:
-    void respond(const httplib::Request& request, httplib::Response& response) const {
-        const auto answer = answer_(copy_of(request), current->over());
-        if (!answer) {
-            current->end = stream::ending::dropped;
+    void fill(httplib::Response& response, const httplib::Request& request) const {
+        const auto given = respond_(copy_of(request), current->over());
+        if (!given) {
+            current->wanted = stream::outcome::none;
             return;
         }
-        current->end = answer->cut ? stream::ending::cut : stream::ending::whole;
-        response.status = answer->status;
-        if (!answer->body.empty()) {
-            response.set_content(answer->body, "application/json");
+        current->wanted = given->cut ? stream::outcome::cut : stream::outcome::whole;
+        response.status = given->status;
+        if (!given->body.empty()) {
+            response.set_content(given->body, "application/json");
         }
     }
 
-    http_listener::handler answer_;
+    http_listener::handler respond_;
 };
 
-std::unique_ptr<parser> make_parser(http_listener::handler answer) {
-    const signal_guard guard;
-    return std::make_unique<parser>(std::move(answer));
+std::unique_ptr<parser> make_parser(http_listener::handler respond) {
+    const sigpipe_guard guard;
+    return std::make_unique<parser>(std::move(respond));
 }
 
 } // namespace
@@ -151,10 +155,10 @@ std::string http_request::header(const std::string& name) const {
 
 class http_listener::impl {
 public:
-    impl(std::uint16_t port, std::size_t threads, handler answer)
-        : socket_(listen_on(address, port))
-        , port_(bound_port(socket_))
-        , parser_(make_parser(std::move(answer)))
+    impl(std::uint16_t port, std::size_t threads, handler respond)
+        : socket_(listen_tcp(address, port))
+        , port_(csi_receiver::local_port(socket_.get()))
+        , parser_(make_parser(std::move(respond)))
         , pool_(threads)
         , acceptor_([this] { accept_all(); }) {}
 
@@ -182,7 +186,7 @@ private:
     const std::uint16_t port_;
     std::unique_ptr<parser> parser_;
     httplib::ThreadPool pool_;
-    std::thread acceptor_; ///< Last: it uses all of the above.
+    std::thread acceptor_; // last: it uses all of the above
 };
 
 void http_listener::impl::accept_all() {
@@ -194,17 +198,17 @@ void http_listener::impl::accept_all() {
 }
 
 void http_listener::impl::accept_one() {
-    sockaddr_in from = {};
+    sockaddr_in from{};
     socklen_t size = sizeof from;
-    descriptor socket(
+    descriptor accepted(
         accept4(socket_.get(), reinterpret_cast<sockaddr*>(&from), &size, SOCK_CLOEXEC));
-    if (socket.get() < 0) {
-        // Most likely out of descriptors: give the connections in progress time to end.
+    if (!accepted.is_open()) {
+        // Probably out of descriptors: give the open connections time to end.
         static_cast<void>(wait_readable(descriptor(), stop_, std::chrono::milliseconds(50)));
         return;
     }
     const auto client =
-        std::make_shared<connection>(std::move(socket), ntohs(from.sin_port), stop_);
+        std::make_shared<connection>(std::move(accepted), ntohs(from.sin_port), stop_);
     pool_.enqueue([this, client] { serve(*client); });
 }
 
@@ -219,20 +223,20 @@ bool http_listener::impl::serve_request(connection& client) {
     bool closed = false;
     const bool done = parser_->process_request(exchange, false, closed, nullptr);
     current = nullptr;
-    switch (exchange.end) {
-    case stream::ending::dropped:
+    switch (exchange.wanted) {
+    case stream::outcome::none:
         return false;
-    case stream::ending::cut:
+    case stream::outcome::cut:
         exchange.flush_half_of_body();
         return false;
-    case stream::ending::whole:
+    case stream::outcome::whole:
         break;
     }
     return exchange.flush() && done && !closed;
 }
 
-http_listener::http_listener(std::uint16_t port, std::size_t threads, handler answer)
-    : impl_(std::make_unique<impl>(port, threads, std::move(answer))) {}
+http_listener::http_listener(std::uint16_t port, std::size_t threads, handler respond)
+    : impl_(std::make_unique<impl>(port, threads, std::move(respond))) {}
 
 http_listener::~http_listener() = default;
 

@@ -1,42 +1,42 @@
 #include "peers/installation.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
+#include "peers/datagram_peer.h"
+#include "platform/utilities.h"
+
 namespace peers {
 namespace {
 
-constexpr unsigned first_bot = 101;
+/// Locally administered addresses begin here.
+constexpr std::uint64_t first_hwaddr = 0x020000000000;
 
-std::string core_address(unsigned index) {
-    return "127.0.0." + std::to_string(index + 1);
+std::string core_address(unsigned zorvin) {
+    return "127.0.0." + std::to_string(zorvin + 1);
 }
 
-std::string hex(unsigned number, int digits) {
-    char text[16] = {};
-    std::snprintf(text, sizeof text, "%0*x", digits, number);
+std::string without_colons(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ':'), text.end());
     return text;
 }
 
-std::string routing(const installation_options& options) {
-    std::ostringstream result;
-    for (unsigned bot = 0; bot < options.bots; ++bot) {
-        const unsigned zorvin = bot % options.zorvins;
-        const unsigned id = first_bot + bot;
-        result << (bot == 0 ? "" : ",") << id << ':' << core_address(zorvin) << ":wlan" << zorvin
-               << ":0200" << hex(id, 8);
+std::string routing(const std::vector<routed_bot>& bots) {
+    std::string result;
+    for (const routed_bot& bot : bots) {
+        result += (result.empty() ? "" : ",") + bot.uuid + ':' + bot.core_address + ':' +
+                  bot.ifname + ':' + without_colons(bot.hwaddr);
     }
-    return result.str();
+    return result;
 }
 
-core_service_options core_options(const installation_options& options, unsigned index) {
+core_service_options core_options(const installation_options& options, unsigned zorvin) {
     core_service_options result;
-    result.facts.bssid = "02:00:00:00:00:" + hex(index + 1, 2);
+    result.facts.bssid = csi_receiver::id_to_mac(first_hwaddr + zorvin + 1);
     result.times = options.times;
-    result.seed = options.seed + index;
+    result.seed = options.seed + zorvin;
     return result;
 }
 
@@ -47,74 +47,48 @@ rest_server_options server_options(const installation_options& options) {
     return result;
 }
 
-/// Of "a", "b": "a, b".
-std::string list(const std::vector<std::string>& items) {
-    std::string result;
-    for (const std::string& item : items) {
-        result += (result.empty() ? "" : ", ") + item;
-    }
-    return result.empty() ? "none" : result;
-}
-
-std::string list(const std::vector<engines::run>& runs) {
-    std::vector<std::string> items(runs.size());
-    std::transform(runs.begin(), runs.end(), items.begin(),
-                   [](const engines::run& one) { return one.type + " for " + one.bot; });
-    return list(items);
-}
-
-std::string state_of(core_service& core) {
-    std::vector<std::string> sounded;
-    for (const auto& bot : core.sounded()) {
-        sounded.push_back(bot.uuid + " (rate " + std::to_string(bot.rate) + ")");
-    }
-    std::vector<std::string> heard;
-    for (const auto& bot : core.heard()) {
-        heard.push_back(bot.uuid);
-    }
-    return "interfaces: " + list(core.interfaces()) + "; sounded: " + list(sounded) +
-           "; heard: " + list(heard) + "; engines: " + list(core.running_engines());
-}
-
-std::string state_of(const rest_server& server) {
-    const std::string zorvin = server.attached_zorvin();
-    return (zorvin.empty() ? "nothing attached" : "attached: Zorvin " + zorvin) + ", " +
-           std::to_string(server.attaches()) + " attaches, " + std::to_string(server.gets()) +
-           " polls, " + std::to_string(server.posts()) +
-           " posts; queued commands: " + std::to_string(server.queued());
-}
-
-std::string condition(bool running, bool silent) {
-    return !running ? " [stopped]" : silent ? " [silent]" : "";
+/// Whether `who` means the peer that has this name in the journal.
+bool means(const std::string& who, const std::string& name) {
+    const std::string prefix = core_name("");
+    const bool is_core = name.rfind(prefix, 0) == 0;
+    return who == name ||
+           (is_core && (who == "core" || who == "core:" + name.substr(prefix.size())));
 }
 
 } // namespace
 
+std::vector<routed_bot> bots_of(const installation_options& options) {
+    constexpr unsigned first_id = 101;
+    std::vector<routed_bot> result;
+    result.reserve(options.bots);
+    for (unsigned index = 0; index < options.bots; ++index) {
+        const unsigned id = first_id + index;
+        const unsigned zorvin = index % options.zorvins;
+        result.push_back({std::to_string(id), csi_receiver::id_to_mac(first_hwaddr + id),
+                          "wlan" + std::to_string(zorvin), core_address(zorvin)});
+    }
+    return result;
+}
+
 std::string configuration(const installation_options& options) {
     std::ostringstream result;
-    result << "# Matches csi_lab with " << options.zorvins << " Zorvins and " << options.bots
-           << " Bots. Start the lab first.\n"
+    result << "# For csi_lab with --zorvins " << options.zorvins << " --bots " << options.bots
+           << "; start csi_lab first.\n"
            << "zorvin_uuid=9001\n"
            << "server=127.0.0.1\n"
            << "http_port=" << options.http_port << '\n'
            << "api=" << options.api << '\n'
            << "log=no\n"
            << (options.fusion ? "fusion=yes\n" : "")
-           << "# Bot id:address of its core service:interface:hwaddr, for each Bot.\n"
-           << "routing=" << routing(options) << '\n';
+           << "# One item per Bot: its id, its core service's address, interface, hwaddr.\n"
+           << "routing=" << routing(bots_of(options)) << '\n';
     return result.str();
 }
 
-std::vector<std::string> peers_named(const installation_options& options, const std::string& who) {
-    std::vector<std::string> result;
-    if (who == "server" || (who == "fusion" && options.fusion)) {
-        result.push_back(who);
-    }
-    for (unsigned index = 0; index < options.zorvins; ++index) {
-        const std::string address = core_address(index);
-        if (who == "core" || who == "core:" + address || who == "core " + address) {
-            result.push_back("core " + address);
-        }
+bool has_peer(const installation_options& options, const std::string& who) {
+    bool result = means(who, "server") || (options.fusion && means(who, "fusion"));
+    for (unsigned zorvin = 0; zorvin < options.zorvins; ++zorvin) {
+        result = result || means(who, core_name(core_address(zorvin)));
     }
     return result;
 }
@@ -122,9 +96,9 @@ std::vector<std::string> peers_named(const installation_options& options, const 
 installation::installation(journal& record, installation_options options)
     : options_(std::move(options))
     , server_(record, server_options(options_)) {
-    for (unsigned index = 0; index < options_.zorvins; ++index) {
-        cores_.push_back(std::make_unique<core_service>(record, core_address(index),
-                                                        core_options(options_, index)));
+    for (unsigned zorvin = 0; zorvin < options_.zorvins; ++zorvin) {
+        cores_.push_back(std::make_unique<core_service>(record, core_address(zorvin),
+                                                        core_options(options_, zorvin)));
     }
     if (options_.fusion) {
         fusion_ = std::make_unique<fusion_daemon>(record, options_.seed + options_.zorvins);
@@ -134,10 +108,10 @@ installation::installation(journal& record, installation_options options)
     }
     set_delay(options_.delay);
     set_loss(options_.loss);
-    visit_datagram_peers([this](datagram_peer& peer) { peer.set_duplicate(options_.duplicate); });
+    for_each_datagram_peer([this](datagram_peer& peer) { peer.set_duplicate(options_.duplicate); });
     for (const std::string& who : options_.silent) {
         if (!set_silent(who, true)) {
-            throw std::runtime_error("no peer " + who);
+            throw std::runtime_error("no such peer: " + who);
         }
     }
 }
@@ -148,21 +122,39 @@ std::string installation::configuration() const {
     return peers::configuration(real);
 }
 
+template<class action>
+void installation::for_each_datagram_peer(const action& act) {
+    for (const auto& core : cores_) {
+        act(core->peer());
+    }
+    if (fusion_) {
+        act(fusion_->peer());
+    }
+}
+
+template<class action>
+bool installation::for_each_named(const std::string& who, const action& act) {
+    if (means(who, "server")) {
+        act(server_);
+    }
+    for_each_datagram_peer([&](datagram_peer& peer) {
+        if (means(who, peer.name())) {
+            act(peer);
+        }
+    });
+    return has_peer(options_, who);
+}
+
 bool installation::set_silent(const std::string& who, bool silent) {
-    return visit(
-        who, [silent](rest_server& server) { server.set_silent(silent); },
-        [silent](datagram_peer& peer) { peer.set_silent(silent); });
+    return for_each_named(who, [silent](auto& peer) { peer.set_silent(silent); });
 }
 
 bool installation::stop(const std::string& who) {
-    return visit(
-        who, [](rest_server& server) { server.stop(); }, [](datagram_peer& peer) { peer.stop(); });
+    return for_each_named(who, [](auto& peer) { peer.stop(); });
 }
 
 bool installation::start(const std::string& who) {
-    return visit(
-        who, [](rest_server& server) { server.start(); },
-        [](datagram_peer& peer) { peer.start(); });
+    return for_each_named(who, [](auto& peer) { peer.start(); });
 }
 
 void installation::set_present(const std::string& bot, bool present) {
@@ -173,69 +165,11 @@ void installation::set_present(const std::string& bot, bool present) {
 
 void installation::set_delay(std::chrono::milliseconds delay) {
     server_.set_delay(delay);
-    visit_datagram_peers([delay](datagram_peer& peer) { peer.set_delay(delay); });
+    for_each_datagram_peer([delay](datagram_peer& peer) { peer.set_delay(delay); });
 }
 
 void installation::set_loss(double share) {
-    visit_datagram_peers([share](datagram_peer& peer) { peer.set_loss(share); });
-}
-
-std::vector<std::string> installation::listening() const {
-    std::vector<std::string> result;
-    result.push_back("server: HTTP 127.0.0.1 port " + std::to_string(server_.port()) + ", API " +
-                     options_.api);
-    for (const auto& core : cores_) {
-        result.push_back(core->peer().name() + ": UDP port " + std::to_string(core_service_port));
-    }
-    if (fusion_) {
-        result.push_back(std::string("fusion: UDP ") + fusion_address + " port " +
-                         std::to_string(fusion_port));
-    }
-    return result;
-}
-
-std::vector<std::string> installation::state() const {
-    std::vector<std::string> result;
-    result.push_back("server" + condition(server_.running(), server_.faults().silent) + ": " +
-                     state_of(server_));
-    for (const auto& core : cores_) {
-        const datagram_peer& peer = core->peer();
-        result.push_back(peer.name() + condition(peer.running(), peer.faults().silent) + ": " +
-                         state_of(*core));
-    }
-    if (fusion_) {
-        const datagram_peer& peer = fusion_->peer();
-        result.push_back(peer.name() + condition(peer.running(), peer.faults().silent) +
-                         ": engines: " + list(fusion_->running_engines()));
-    }
-    return result;
-}
-
-void installation::visit_datagram_peers(const std::function<void(datagram_peer&)>& visitor) {
-    for (const auto& core : cores_) {
-        visitor(core->peer());
-    }
-    if (fusion_) {
-        visitor(fusion_->peer());
-    }
-}
-
-bool installation::visit(const std::string& who,
-                         const std::function<void(rest_server&)>& visit_server,
-                         const std::function<void(datagram_peer&)>& visit_datagrams) {
-    const std::vector<std::string> names = peers_named(options_, who);
-    const auto is_named = [&names](const std::string& name) {
-        return std::find(names.begin(), names.end(), name) != names.end();
-    };
-    if (is_named("server")) {
-        visit_server(server_);
-    }
-    visit_datagram_peers([&](datagram_peer& peer) {
-        if (is_named(peer.name())) {
-            visit_datagrams(peer);
-        }
-    });
-    return !names.empty();
+    for_each_datagram_peer([share](datagram_peer& peer) { peer.set_loss(share); });
 }
 
 } // namespace peers

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,48 +11,62 @@
 #include "peers/core_service.h"
 #include "peers/fusion_daemon.h"
 #include "peers/journal.h"
+#include "peers/radio.h"
 #include "peers/rest_server.h"
 
 namespace peers {
 
+/// Where an option or a function takes a peer, it is "server", "fusion", "core" for all core
+/// services, "core:ADDRESS" for one of them, or a name from the journal.
 struct installation_options {
-    unsigned zorvins = 1; ///< 1 to 250: core services at 127.0.0.1, 127.0.0.2, …
-    unsigned bots = 1;    ///< With the ids 101, 102, …, dealt out to the Zorvins in turn.
+    unsigned zorvins = 1; // 1 to 250, with core services at 127.0.0.1, 127.0.0.2, ...
+    unsigned bots = 1;    // with the ids 101, 102, ..., assigned to the Zorvins in turn
     std::string api = "v2";
-    std::uint16_t http_port = 8090; ///< 0: the system chooses.
+    std::uint16_t http_port = 8090; // 0: the system chooses
     bool fusion = false;
-    std::vector<std::string> absent;    ///< Ids of Bots that are never heard.
-    std::vector<std::string> silent;    ///< Peers that do not answer, as `peers_named` takes them.
-    double loss = 0;                    ///< UDP peers lose this share of the requests.
-    std::chrono::milliseconds delay{0}; ///< All peers wait before they answer.
-    bool duplicate = false;             ///< UDP peers answer twice.
-    std::uint32_t seed = 1;             ///< Of the losses.
+    std::vector<std::string> absent;    // ids of Bots that are never heard
+    std::vector<std::string> silent;    // peers that do not answer
+    double loss = 0;                    // share of the requests that UDP peers lose
+    std::chrono::milliseconds delay{0}; // before all peers' answers
+    bool duplicate = false;             // UDP peers answer twice
+    std::uint32_t seed = 1;             // decides which requests are lost
     radio::timing times;
 };
 
-/// The daemon's configuration file for such an installation, with its log on standard output.
+/// A Bot as the routing of the configuration names it.
+struct routed_bot {
+    std::string uuid;
+    std::string hwaddr; // "aa:bb:cc:dd:ee:ff"
+    std::string ifname;
+    std::string core_address; // of its Zorvin's core service
+};
+
+/// The Bots of an installation, in the order of the routing.
+[[nodiscard]] std::vector<routed_bot> bots_of(const installation_options& options);
+
+/// The daemon's configuration file for such an installation, with the log on standard output.
 [[nodiscard]] std::string configuration(const installation_options& options);
 
-/// The names, as in the journal, of the peers that `who` means: "server", "fusion", "core" for
-/// all core services or "core:ADDRESS" for one. Empty when there is no such peer.
-[[nodiscard]] std::vector<std::string> peers_named(const installation_options& options,
-                                                   const std::string& who);
+/// Whether `who` names at least one peer of such an installation.
+[[nodiscard]] bool has_peer(const installation_options& options, const std::string& who);
 
 /// May be called from any thread.
 class installation {
 public:
     /// Starts all peers. Throws std::runtime_error when an address cannot be bound or an option
-    /// names no peer.
+    /// names a peer that does not exist.
     installation(journal& record, installation_options options);
 
+    [[nodiscard]] const installation_options& options() const { return options_; }
     [[nodiscard]] rest_server& server() { return server_; }
     [[nodiscard]] std::size_t core_count() const { return cores_.size(); }
     [[nodiscard]] core_service& core(std::size_t index) { return *cores_.at(index); }
-    [[nodiscard]] fusion_daemon* fusion() { return fusion_.get(); } ///< nullptr: there is none.
-    /// As the function above, with the port that the server really has.
+    /// nullptr without a fusion daemon.
+    [[nodiscard]] fusion_daemon* fusion() { return fusion_.get(); }
+    /// Like the function above, with the port that the server really uses.
     [[nodiscard]] std::string configuration() const;
 
-    /// False when `who` names no peer. Start throws as the peers do.
+    /// False when `who` names no peer. start() throws when a peer's address cannot be bound.
     [[nodiscard]] bool set_silent(const std::string& who, bool silent);
     [[nodiscard]] bool stop(const std::string& who);
     [[nodiscard]] bool start(const std::string& who);
@@ -62,15 +75,11 @@ public:
     void set_delay(std::chrono::milliseconds delay);
     void set_loss(double share);
 
-    /// For people: what listens where, and what goes on there, a line each.
-    [[nodiscard]] std::vector<std::string> listening() const;
-    [[nodiscard]] std::vector<std::string> state() const;
-
 private:
-    void visit_datagram_peers(const std::function<void(datagram_peer&)>& visitor);
-    [[nodiscard]] bool visit(const std::string& who,
-                             const std::function<void(rest_server&)>& visit_server,
-                             const std::function<void(datagram_peer&)>& visit_datagrams);
+    template<class action>
+    void for_each_datagram_peer(const action& act);
+    template<class action>
+    [[nodiscard]] bool for_each_named(const std::string& who, const action& act);
 
     const installation_options options_;
     rest_server server_;

@@ -7,7 +7,7 @@
 namespace peers {
 namespace {
 
-bool goes(const message& what, std::string_view from, std::string_view to) {
+bool went(const message& what, std::string_view from, std::string_view to) {
     return (from.empty() || what.from == from) && (to.empty() || what.to == to);
 }
 
@@ -20,9 +20,9 @@ void journal::record(std::string from, std::string to, std::string text) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (messages_.size() >= limit_) {
-            // A tenth at a time, so that the move of the others costs little a message.
-            const auto forgotten = static_cast<std::ptrdiff_t>(limit_ / 10 + 1);
-            messages_.erase(messages_.begin(), std::next(messages_.begin(), forgotten));
+            // A tenth at a time: moving the others then costs little per message.
+            const auto oldest = static_cast<std::ptrdiff_t>(limit_ / 10 + 1);
+            messages_.erase(messages_.begin(), std::next(messages_.begin(), oldest));
         }
         messages_.push_back(
             {std::chrono::system_clock::now(), std::move(from), std::move(to), std::move(text)});
@@ -52,7 +52,7 @@ std::vector<message> journal::select(std::string_view from, std::string_view to)
     const std::lock_guard<std::mutex> lock(mutex_);
     std::vector<message> result;
     std::copy_if(messages_.begin(), messages_.end(), std::back_inserter(result),
-                 [&](const message& what) { return goes(what, from, to); });
+                 [&](const message& what) { return went(what, from, to); });
     return result;
 }
 
@@ -60,12 +60,12 @@ std::size_t journal::count(std::string_view from, std::string_view to) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return static_cast<std::size_t>(
         std::count_if(messages_.begin(), messages_.end(),
-                      [&](const message& what) { return goes(what, from, to); }));
+                      [&](const message& what) { return went(what, from, to); }));
 }
 
-bool journal::wait_for(const predicate& holds, std::chrono::milliseconds bound) const {
+bool journal::wait_for(const predicate& holds, std::chrono::milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(mutex_);
-    return recorded_.wait_for(lock, bound, [&] { return holds(messages_); });
+    return recorded_.wait_for(lock, timeout, [&] { return holds(messages_); });
 }
 
 void journal::clear() {

@@ -1,4 +1,4 @@
-/// The record of everything that the daemon and the lab's peers said to each other.
+/// The record of everything that the daemon and its peers said to each other.
 #pragma once
 
 #include <chrono>
@@ -12,8 +12,8 @@
 
 namespace peers {
 
-/// One message as it stood on the wire. The names of peers are "daemon", "server", "fusion",
-/// "core " with an address, and "lab" for remarks of the lab itself.
+/// One message as it was on the wire. The names are "daemon", "server", "fusion", "core " with an
+/// address, and "lab" for remarks about what a fault did.
 struct message {
     std::chrono::system_clock::time_point when;
     std::string from;
@@ -21,37 +21,37 @@ struct message {
     std::string text;
 };
 
-/// Every function may be called from any thread. Predicates and the observer run under the
-/// journal's lock, in the order of the messages: they must not call the journal.
+/// Any thread may call any function. Predicates and the observer run under the journal's lock, in
+/// the order of the messages: they must not call the journal.
 class journal {
 public:
     using predicate = std::function<bool(const std::vector<message>&)>;
 
-    /// Keeps the latest messages, never more than `limit`: hours of soak must not fill the memory.
+    /// Keeps the latest messages, at most `limit`, so that hours of soak do not exhaust the memory.
     explicit journal(std::size_t limit = 100'000);
 
     void record(std::string from, std::string to, std::string text);
 
-    /// Called with each message from now on, on the thread of the peer that recorded it.
+    /// The observer gets every message from now on, on the thread of the peer that recorded it.
     void on_message(std::function<void(const message&)> observer);
 
     [[nodiscard]] std::vector<message> messages() const;
     [[nodiscard]] std::size_t size() const;
 
-    /// The messages of one direction; an empty name stands for any peer.
+    /// The messages that went this way; an empty name matches all names.
     [[nodiscard]] std::vector<message> select(std::string_view from, std::string_view to) const;
     [[nodiscard]] std::size_t count(std::string_view from, std::string_view to) const;
 
-    /// Waits until the predicate holds; it is asked at once and after each message. False when
-    /// the bound has passed before.
-    [[nodiscard]] bool wait_for(const predicate& holds, std::chrono::milliseconds bound) const;
+    /// Waits until the predicate holds, which is tested at once and after each message. False when
+    /// the time is up.
+    [[nodiscard]] bool wait_for(const predicate& holds, std::chrono::milliseconds timeout) const;
 
     /// Forgets all messages.
     void clear();
 
 private:
     const std::size_t limit_;
-    mutable std::mutex mutex_;
+    mutable std::mutex mutex_; // guards messages_ and observer_
     mutable std::condition_variable recorded_;
     std::vector<message> messages_;
     std::function<void(const message&)> observer_;

@@ -33,12 +33,12 @@ void radio::set_present(const std::string& uuid, bool present, time_point now) {
 }
 
 std::vector<radio::heard_bot> radio::heard(time_point now) const {
-    // What every JSON reader takes for an unsigned number of 32 bits, sign or not.
-    constexpr double most = 2147483647.0;
+    // Fits a 32-bit integer, signed or not.
+    constexpr double max_count = 2147483647.0;
     std::vector<heard_bot> result;
     for (const auto& [uuid, which] : bots_) {
         if (is_heard(which, now)) {
-            const double count = std::clamp(count_at(which, now), 1.0, most);
+            const double count = std::clamp(count_at(which, now), 1.0, max_count);
             result.push_back({uuid, static_cast<std::uint32_t>(count)});
         }
     }
@@ -63,7 +63,7 @@ void radio::change(bot& which, std::uint32_t rate, bool present, time_point now)
     which.rate = rate;
     which.present = present;
     if (which.active() && !was_active) {
-        // One that is still remembered is heard again at once.
+        // A Bot that is still heard stays so.
         which.active_since = was_heard ? now - times_.appear_after : now;
     } else if (!which.active() && was_active) {
         which.heard_until = was_heard ? now + times_.vanish_after : now;

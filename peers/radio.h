@@ -1,4 +1,4 @@
-/// A model of one access point's radio: its interfaces, whom it sounds and whom it hears.
+/// Models the radio of one access point: its interfaces, which Bots it sounds and which it hears.
 #pragma once
 
 #include <chrono>
@@ -9,18 +9,18 @@
 
 namespace peers {
 
-/// Not for several threads at once. Time is given from outside and must not run backwards.
+/// For one thread at a time. The caller passes the time, which must not go backwards.
 class radio {
 public:
     using time_point = std::chrono::steady_clock::time_point;
 
     struct timing {
-        std::chrono::milliseconds appear_after{1500};
-        std::chrono::milliseconds vanish_after{3000};
+        std::chrono::milliseconds appear_after{1500}; // of sounding until a Bot is heard
+        std::chrono::milliseconds vanish_after{3000}; // without it until it is no longer heard
     };
     struct heard_bot {
         std::string uuid;
-        std::uint32_t count; ///< Of measurements; never 0.
+        std::uint32_t count; // of measurements, at least 1
     };
     struct sounded_bot {
         std::string uuid;
@@ -30,14 +30,15 @@ public:
     explicit radio(timing times);
 
     void add_interface(const std::string& name);
-    [[nodiscard]] bool del_interface(const std::string& name); ///< False: there is none.
+    /// False when there is no such interface.
+    [[nodiscard]] bool del_interface(const std::string& name);
     [[nodiscard]] const std::vector<std::string>& interfaces() const { return interfaces_; }
 
-    /// A Bot that is sounded exists unless it was set absent before. Rate 0 ends the sounding.
+    /// Sounds a Bot, which is present unless set_present said otherwise. Rate 0 stops the sounding.
     void sound(const std::string& uuid, std::uint32_t rate, time_point now);
     void set_present(const std::string& uuid, bool present, time_point now);
 
-    /// The Bots that have answered for long enough, or did until a moment ago, by uuid.
+    /// Both by uuid.
     [[nodiscard]] std::vector<heard_bot> heard(time_point now) const;
     [[nodiscard]] std::vector<sounded_bot> sounded() const;
 
@@ -45,10 +46,10 @@ private:
     struct bot {
         std::uint32_t rate = 0;
         bool present = true;
-        time_point active_since;  ///< Of a Bot that is sounded and present.
-        time_point counted_since; ///< The same, or the latest change of the rate.
-        time_point heard_until;   ///< Of one that is not: it is forgotten by then.
-        double count = 0;         ///< Up to counted_since.
+        time_point active_since;  // while active
+        time_point heard_until;   // while not active
+        time_point counted_since; // the last change
+        double count = 0;         // of measurements up to then
 
         [[nodiscard]] bool active() const { return present && rate > 0; }
     };

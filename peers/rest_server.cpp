@@ -2,23 +2,25 @@
 
 #include <utility>
 
+#include "peers/connection.h"
 #include "platform/json.h"
 
 namespace peers {
 namespace {
 
+/// Whether the path is that of a Zorvin's messages: /API/zorvins/UUID/msg.
 bool is_message_url(const std::string& path, const std::string& api) {
-    const std::string begin = "/" + api + "/zorvins/";
-    const std::string end = "/msg";
-    if (path.size() <= begin.size() + end.size() || path.compare(0, begin.size(), begin) != 0 ||
-        path.compare(path.size() - end.size(), end.size(), end) != 0) {
+    const std::string prefix = "/" + api + "/zorvins/";
+    const std::string suffix = "/msg";
+    if (path.size() <= prefix.size() + suffix.size() || path.rfind(prefix, 0) != 0) {
         return false;
     }
-    const std::size_t uuid_size = path.size() - begin.size() - end.size();
-    return path.substr(begin.size(), uuid_size).find('/') == std::string::npos;
+    const std::size_t end_of_uuid = path.size() - suffix.size();
+    return path.find('/', prefix.size()) == end_of_uuid &&
+           path.compare(end_of_uuid, suffix.size(), suffix) == 0;
 }
 
-bool asks_to_attach(const std::string& body) {
+bool is_attach(const std::string& body) {
     const json::document parsed = json::parse(body);
     return parsed.IsObject() && json::find_string(parsed, "request") == "zorvinAttach";
 }
@@ -34,8 +36,7 @@ std::string zorvin_of(const std::string& body) {
 rest_server::rest_server(journal& record, rest_server_options options)
     : journal_(record)
     , options_(std::move(options))
-    , port_(options_.port)
-    , attach_answer_(options_.attach_answer) {
+    , port_(options_.port) {
     start();
 }
 
@@ -44,7 +45,7 @@ rest_server::~rest_server() {
 }
 
 void rest_server::start() {
-    const std::lock_guard<std::mutex> life(life_);
+    const std::lock_guard<std::mutex> start_stop_lock(start_stop_mutex_);
     if (listener_) {
         return;
     }
@@ -53,8 +54,8 @@ void rest_server::start() {
         stopping_ = false;
     }
     listener_ = std::make_unique<http_listener>(
-        port_, options_.threads, [this](http_request request, const connection& from) {
-            return answer(std::move(request), from);
+        port_, options_.threads, [this](http_request request, const connection& client) {
+            return respond(std::move(request), client);
         });
     if (port_ == 0) {
         port_ = listener_->port();
@@ -63,12 +64,12 @@ void rest_server::start() {
 }
 
 void rest_server::stop() {
-    const std::lock_guard<std::mutex> life(life_);
+    const std::lock_guard<std::mutex> start_stop_lock(start_stop_mutex_);
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         stopping_ = true;
     }
-    released_.notify_all();
+    changed_.notify_all();
     listener_.reset();
     running_ = false;
 }
@@ -93,42 +94,18 @@ std::vector<http_request> rest_server::requests() const {
     return {requests_.begin(), requests_.end()};
 }
 
-bool rest_server::wait_for(const predicate& holds, std::chrono::milliseconds bound) const {
+bool rest_server::wait_for(const predicate& holds, std::chrono::milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(mutex_);
-    return noted_.wait_for(lock, bound, [&] { return holds(requests_); });
+    return recorded_.wait_for(lock, timeout, [&] { return holds(requests_); });
 }
 
-void rest_server::set_silent(bool silent) {
-    change_faults([&](rest_server_faults& faults) { faults.silent = silent; });
-}
-
-void rest_server::set_delay(std::chrono::milliseconds delay) {
-    change_faults([&](rest_server_faults& faults) { faults.delay = delay; });
-}
-
-void rest_server::set_cut(bool cut) {
-    change_faults([&](rest_server_faults& faults) { faults.cut = cut; });
-}
-
-void rest_server::set_status(std::optional<int> status) {
-    change_faults([&](rest_server_faults& faults) { faults.status = status; });
-}
-
-void rest_server::change_faults(const std::function<void(rest_server_faults&)>& change) {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        change(faults_);
-    }
-    released_.notify_all();
-}
-
-std::optional<http_answer> rest_server::answer(http_request request, const connection& from) {
+std::optional<http_response> rest_server::respond(http_request request, const connection& client) {
     const route where = route_of(request);
-    note(std::move(request), where);
-    if (!hold(from)) {
+    record(std::move(request), where);
+    if (!wait_out_faults(client)) {
         return std::nullopt;
     }
-    return compose(where);
+    return make_response(where);
 }
 
 rest_server::route rest_server::route_of(const http_request& request) const {
@@ -137,14 +114,14 @@ rest_server::route rest_server::route_of(const http_request& request) const {
         if (!is_post) {
             return route::poll;
         }
-        const bool attach = options_.api == "v3" && asks_to_attach(request.body);
-        return attach ? route::attach : route::post;
+        return options_.api == "v3" && is_attach(request.body) ? route::attach : route::post;
     }
-    const bool attach = options_.api == "v2" && is_post && request.path == "/v2/zorvins/attach";
-    return attach ? route::attach : route::none;
+    const bool is_v2_attach =
+        options_.api == "v2" && is_post && request.path == "/v2/zorvins/attach";
+    return is_v2_attach ? route::attach : route::none;
 }
 
-void rest_server::note(http_request request, route where) {
+void rest_server::record(http_request request, route where) {
     if (!request.body.empty()) {
         journal_.record("daemon", "server", request.body);
     }
@@ -160,42 +137,42 @@ void rest_server::note(http_request request, route where) {
             requests_.pop_front();
         }
     }
-    noted_.notify_all();
+    recorded_.notify_all();
 }
 
-/// Waits as long as the faults want. False when there is nobody left to answer: a command must
-/// not be handed to a client that has given up.
-bool rest_server::hold(const connection& from) {
-    // A client that gives up must free its thread: look after it now and then.
-    constexpr std::chrono::milliseconds glance(100);
+/// False when nobody is left to respond to: a client that has given up must not be handed a
+/// command.
+bool rest_server::wait_out_faults(const connection& client) {
+    // A client that has given up must not hold its thread.
+    constexpr std::chrono::milliseconds check_period(100);
     std::unique_lock<std::mutex> lock(mutex_);
-    bool held = faults_.silent;
+    bool waited = faults_.silent;
     while (faults_.silent && !stopping_) {
-        released_.wait_for(lock, glance);
-        if (from.peer_gone()) {
+        changed_.wait_for(lock, check_period);
+        if (client.closed_by_client()) {
             return false;
         }
     }
     if (faults_.delay.count() > 0) {
-        held = true;
-        released_.wait_for(lock, faults_.delay, [this] { return stopping_; });
+        waited = true;
+        changed_.wait_for(lock, faults_.delay, [this] { return stopping_; });
     }
-    return !stopping_ && !(held && from.peer_gone());
+    return !stopping_ && !(waited && client.closed_by_client());
 }
 
-http_answer rest_server::compose(route where) {
-    const rest_server_faults now = faults();
-    http_answer result;
-    result.status = now.status.value_or(where == route::none ? 404 : 200);
-    result.body = body_for(where);
-    result.cut = now.cut;
-    if (now.cut && result.body.empty()) {
+http_response rest_server::make_response(route where) {
+    const rest_server_faults present = faults();
+    http_response result;
+    result.status = present.status.value_or(where == route::none ? 404 : 200);
+    result.body = take_body(where);
+    result.cut = present.cut;
+    if (present.cut && result.body.empty()) {
         result.body = R"({"cmd":"there must be a body to cut"})";
     }
     return result;
 }
 
-std::string rest_server::body_for(route where) {
+std::string rest_server::take_body(route where) {
     std::string result;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -207,7 +184,7 @@ std::string rest_server::body_for(route where) {
         }
     }
     if (!result.empty()) {
-        // Before it leaves: who has the answer may rely on the journal.
+        // Recorded before it is sent: whoever has the response finds it in the journal.
         journal_.record("server", "daemon", result);
     }
     return result;

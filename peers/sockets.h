@@ -1,4 +1,4 @@
-/// What the lab's peers need of the system: descriptors, listening sockets, a way to wake a wait.
+/// Sockets for the peers, and waits for them that another thread can end.
 #pragma once
 
 #include <chrono>
@@ -6,18 +6,17 @@
 #include <optional>
 #include <string>
 
-#include <netinet/in.h>
-
 #include "platform/descriptor.h"
 
 namespace peers {
 
 using csi_receiver::descriptor;
 
-/// Lets another thread end a wait for a socket.
+/// Ends the waits that it is passed to, from any thread. They fail until reset() is called.
 class waker {
 public:
-    waker(); ///< Throws std::runtime_error when the system has no descriptor left.
+    /// Throws std::runtime_error when the process has no descriptor left.
+    waker();
 
     void wake();
     void reset();
@@ -27,22 +26,19 @@ private:
     descriptor event_;
 };
 
-/// A UDP socket bound to the address. Throws std::runtime_error with address, port and the
-/// system's text.
-[[nodiscard]] descriptor bind_datagrams(const std::string& address, std::uint16_t port);
+/// A UDP socket bound to the address. Throws std::runtime_error with the address, the port and the
+/// system's error text.
+[[nodiscard]] descriptor bind_udp(const std::string& address, std::uint16_t port);
 
-/// A TCP socket that listens there; port 0 lets the system choose. Throws as above, also when
-/// another socket listens on the port.
-[[nodiscard]] descriptor listen_on(const std::string& address, std::uint16_t port);
+/// A listening TCP socket; port 0 lets the system choose. Throws like bind_udp, also when another
+/// socket listens on the port.
+[[nodiscard]] descriptor listen_tcp(const std::string& address, std::uint16_t port);
 
-/// The port that the socket is bound to.
-[[nodiscard]] std::uint16_t bound_port(const descriptor& from);
-
-/// Waits until the socket can be read, or written. False when the bound has passed (none: no
-/// bound) or the waker was woken before; the waker wins when both are ready.
+/// Wait until the socket can be read or written, without a limit if there is no timeout. False when
+/// the time is up or the waker was woken, even if the socket is ready, too.
 [[nodiscard]] bool wait_readable(const descriptor& socket, const waker& stop,
-                                 std::optional<std::chrono::milliseconds> bound);
+                                 std::optional<std::chrono::milliseconds> timeout);
 [[nodiscard]] bool wait_writable(const descriptor& socket, const waker& stop,
-                                 std::optional<std::chrono::milliseconds> bound);
+                                 std::optional<std::chrono::milliseconds> timeout);
 
 } // namespace peers

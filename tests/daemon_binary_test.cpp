@@ -61,7 +61,7 @@ struct daemon_binary : testing::Test {
     temporary_directory directory;
     peers::journal journal;
     peers::rest_server server{journal};
-    peers::core_service core{journal, "127.0.0.1", {{}, {}, {100ms, 5000ms}}};
+    peers::core_service core{journal, "127.0.0.1", {{}, {100ms, 5000ms}}};
 };
 
 } // namespace

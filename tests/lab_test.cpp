@@ -1,8 +1,12 @@
-// The lab's faults: soak and demo are worth something only when they come as ordered.
+// The peers misbehave exactly as ordered, and csi_lab shows each message for what it is.
 #include <algorithm>
+#include <cstdint>
+#include <string>
 
 #include <gtest/gtest.h>
 
+#include "core/core_request.h"
+#include "lab/printer.h"
 #include "peers/core_service.h"
 #include "platform/udp_client.h"
 
@@ -10,7 +14,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Which of a hundred requests the peer with this seed loses: 'x'. The others it answers twice.
+/// Which of a hundred requests the peer with this seed loses: 'x'. It answers the others twice.
 std::string losses(std::uint32_t seed) {
     peers::journal journal;
     peers::core_service_options options;
@@ -18,7 +22,7 @@ std::string losses(std::uint32_t seed) {
     peers::core_service core(journal, "127.0.0.1", options);
     core.peer().set_loss(0.3);
     core.peer().set_duplicate(true);
-    csi_receiver::udp_client client("127.0.0.1", peers::core_service_port);
+    csi_receiver::udp_client client("127.0.0.1", csi_receiver::core_service_port);
     std::string result;
     while (result.size() < 100) {
         journal.clear();
@@ -40,4 +44,38 @@ TEST(lab_faults, the_seed_decides_what_is_lost) {
     EXPECT_NE(losses(8), first);
     const auto count = std::count(first.begin(), first.end(), 'x');
     EXPECT_TRUE(count > 15 && count < 45) << first;
+}
+
+TEST(lab_printer, labels_each_message) {
+    const struct {
+        const char* from;
+        const char* to;
+        const char* text;
+        const char* label;
+    } rows[] = {
+        {"server", "daemon", R"({"cmd":"scan"})", "command"},
+        {"daemon", "server", R"({"type":"zorvin","bot_info":[]})", "attach"},
+        {"daemon", "server", R"({"request":"zorvinAttach"})", "attach"},
+        {"daemon", "server", R"({"cmd":"scan","found":[101]})", "scan report"},
+        {"daemon", "server", R"({"cmd":"scan","success":false})", "reply"},
+        {"daemon", "server", R"({"bot_info":[]})", "status"},
+        {"daemon", "server", R"({"cmd":"bot_info","bot_info":[]})", "reply"},
+        {"daemon", "server", "[1]", "reply"},
+        {"daemon", "core 127.0.0.1", R"({"bot_info":[]})", "request"},
+        {"fusion", "daemon", R"({"cmd":"scan","found":[]})", "reply"},
+        {"lab", "fusion", "the request above was lost", "remark"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(csi_lab::label_of({{}, row.from, row.to, row.text}), row.label) << row.text;
+    }
+}
+
+TEST(lab_printer, escapes_control_characters) {
+    const peers::message message{{}, "daemon", "core 127.0.0.1", "a\tb\nc\x1b[2J\n"};
+    const std::string plain = csi_lab::format_line(message, false);
+    EXPECT_EQ(plain.substr(plain.find(' ')), "  daemon           -> core 127.0.0.1    request      "
+                                             "a\\x09b\\nc\\x1b[2J");
+    const std::string colored = csi_lab::format_line(message, true);
+    EXPECT_NE(colored.find("  \x1b[32mdaemon "), std::string::npos) << colored;
+    EXPECT_NE(colored.find("request    \x1b[0m  a"), std::string::npos) << colored;
 }

@@ -52,8 +52,8 @@ TEST_F(programs, options_and_exit_status) {
         {lab, {"--api", "v4"}, 2, "csi_lab: --api: "},
         {lab, {"--http-port", "65536"}, 2, "csi_lab: --http-port: "},
         {lab, {"--loss", "nan"}, 2, "csi_lab: --loss: "},
-        {lab, {"--silent", "fusion"}, 2, "no peer fusion"}, // without --fusion there is none
-        {lab, {"--silent", "core:127.0.0.2"}, 2, "no peer core:127.0.0.2"},
+        {lab, {"--silent", "fusion"}, 2, "no such peer: fusion"}, // without --fusion there is none
+        {lab, {"--silent", "core:127.0.0.2"}, 2, "no such peer: core:127.0.0.2"},
         {lab, {"--print-config", "--http-port", "0"}, 2, "csi_lab: --print-config: "},
         {doctor, {good, "--offline"}, 0, "ok  "},
         {doctor, {"--offline", doubtful}, 1, "warn  line 5"},
@@ -111,16 +111,16 @@ TEST_F(programs, the_lab_does_what_is_typed_until_it_is_told_to_end) {
         {"absent 101\n", "Bot 101 is absent"},
         {"present\n", "usage: present BOT"},
         {"silent core:127.0.0.1\n", "done"},
-        {"silent core:127.0.0.2\n", "no peer core:127.0.0.2"},
+        {"silent core:127.0.0.2\n", "no such peer: core:127.0.0.2"},
         {"silent core maybe\n", "usage: silent PEER [on|off]"},
-        {"delay 20\n", "all answers wait 20 ms"},
+        {"delay 20\n", "all peers now wait 20 ms before they answer"},
         {"delay 5x\n", "usage: delay MS"},
-        {"loss 0.25\n", "core services and fusion daemon lose 0.25 of the requests"},
+        {"loss 0.25\n", "the share of lost UDP requests is now 0.25"},
         {"loss nan\n", "usage: loss SHARE"},
         {"stop server\n", "done"},
-        {"start fusion\n", "no peer fusion"},
+        {"start fusion\n", "no such peer: fusion"},
         {"Stop core\n", "\"Stop\" is neither JSON nor a command; try help"},
-        {"state\n", "server [stopped]: nothing attached, 0 attaches, 0 polls, 0 posts; queued "
+        {"state\n", "server [stopped]: nothing attached; attaches: 0, polls: 0, posts: 0; queued "
                     "commands: 2\ncore 127.0.0.1 [silent]: "},
         {"start server", "done"}, // its end comes with that of the input, but not the lab's
     };

@@ -121,7 +121,7 @@ TEST(udp_client, fails_without_waiting) {
     EXPECT_EQ(kept, "kept");
     std::uint16_t free_port = bound_socket().port;
     udp_client refused("127.0.0.1", free_port);
-    EXPECT_EQ(refused.exchange("{}", 5000), ""); // the peers::refusal ends the wait
+    EXPECT_EQ(refused.exchange("{}", 5000), ""); // the refusal ends the wait
     EXPECT_LT(watch.elapsed(), 2s);
 }
 
