@@ -195,7 +195,7 @@ constexpr const char* engine_command =
 
 struct told_to_end : testing::Test {
     /// Asks both core services, as one.
-    void answer_with(const peers::datagram_peer::substitute& replies) {
+    void answer_with(const peers::datagram_peer::reply_override& replies) {
         first.answer_with(replies);
         second.answer_with(replies);
     }
