@@ -1,23 +1,26 @@
-// The floor of the whole process: attaches, polls and answers as the daemon does over the same
-// connection, but reads, logs and knows nothing. Arguments: the port; "turns" for a look at the
-// signal descriptor every 20 ms, as the daemon must take one, or "sleep" for one wait a poll.
+// The floor of the whole process: attaches, polls and replies over the same connection and with the
+// same bytes as the daemon, but reads no command and writes no log. Arguments: the server's port,
+// and "turns" to check for signals every 20 ms, as the daemon has to, or "sleep" to wait once per
+// poll.
+#include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <thread>
 
+#include <curl/curl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
-#include <unistd.h>
 
 #include "bench/bare_handle.h"
 
 namespace {
 
-constexpr std::int64_t poll_interval_ns = 100000000;
-constexpr int turn_ms = 20;
-constexpr int poll_interval_ms = 100;
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds poll_interval(100);
+constexpr std::chrono::milliseconds turn(20);
+constexpr std::chrono::milliseconds command_pause(20);
 
 // As long as the daemon's.
 const char* const attach =
@@ -36,27 +39,21 @@ int open_signals() {
     return signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
 }
 
-std::int64_t now_ns() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
-
 void serve_commands(csi_bench::bare_handle& server) {
-    const timespec pause{0, 20000000};
     while (!server.get().empty()) {
         server.post(reply);
-        nanosleep(&pause, nullptr);
+        std::this_thread::sleep_for(command_pause);
     }
 }
 
 } // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     if (argc != 3) {
         return 1;
     }
     const bool takes_turns = std::strcmp(argv[2], "turns") == 0;
+    const auto wait_ms = static_cast<int>((takes_turns ? turn : poll_interval).count());
     pollfd signals{open_signals(), POLLIN, 0};
     curl_global_init(CURL_GLOBAL_ALL);
     csi_bench::bare_handle server(std::strtol(argv[1], nullptr, 10),
@@ -64,13 +61,13 @@ int main(int argc, char* argv[]) {
     server.post(attach);
     server.set_url("http://127.0.0.1:/v2/zorvins/9001/msg");
     server.post(attach_reply);
-    std::int64_t last_poll = 0;
+    steady_clock::time_point last_poll;
     do {
-        const std::int64_t now = now_ns();
-        if (!takes_turns || now - last_poll > poll_interval_ns) {
+        const steady_clock::time_point now = steady_clock::now();
+        if (!takes_turns || now - last_poll > poll_interval) {
             last_poll = now;
             serve_commands(server);
         }
-    } while (poll(&signals, 1, takes_turns ? turn_ms : poll_interval_ms) == 0);
+    } while (poll(&signals, 1, wait_ms) == 0);
     return 0;
 }

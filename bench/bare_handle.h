@@ -1,4 +1,4 @@
-/// The floor of an HTTP request: a libcurl handle with the daemon's options, and nothing around it.
+/// The floor of an HTTP request: a libcurl handle with the daemon's options, and nothing else.
 #pragma once
 
 #include <memory>
@@ -8,13 +8,13 @@
 
 namespace csi_bench {
 
-/// Sets once what does not change from request to request.
+/// What is the same for all requests is set only once.
 class bare_handle {
 public:
     bare_handle(long port, const std::string& url);
 
     void set_url(const std::string& url);
-    /// The body of the answer; empty when the request failed.
+    /// Both return the body of the answer, empty when the request failed.
     const std::string& get();
     const std::string& post(const std::string& body);
 

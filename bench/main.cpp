@@ -1,4 +1,4 @@
-// Runs the benchmarks again and again in mixed order, and compares each with its floor.
+// Runs all benchmarks repeatedly in random order, and compares each with its floor.
 #include <iostream>
 #include <map>
 #include <streambuf>
@@ -13,14 +13,14 @@ namespace {
 
 using csi_bench::budget;
 
-/// Takes the daemon's log lines and does nothing with them.
+/// Discards the daemon's log.
 class null_buffer : public std::streambuf {
 protected:
     int_type overflow(int_type c) override { return traits_type::not_eof(c); }
     std::streamsize xsputn(const char* /*text*/, std::streamsize size) override { return size; }
 };
 
-/// In nanoseconds, of one kind of benchmark, a value a repetition.
+/// Of one benchmark, in ns, one value per repetition.
 struct times {
     std::vector<double> wall;
     std::vector<double> cpu;
@@ -46,7 +46,7 @@ public:
 
     [[nodiscard]] bool failed() const { return failed_; }
 
-    /// Nothing for what was filtered out.
+    /// Prints nothing if either benchmark was filtered out.
     void compare(const std::string& title, const char* unit, std::vector<double> times::*kind,
                  const std::string& what, const std::string& floor, budget allowed) const {
         const auto ours = times_.find(what);
@@ -63,7 +63,7 @@ private:
 
 void print_floors(const collector& all) {
     const auto cpu = &times::cpu;
-    csi_bench::print_head("Against the floor");
+    csi_bench::print_header("Against the floor");
     all.compare("parse_msg, 17 bytes", "ns", cpu, "parse_msg/small", "bare_json/small", {1.5, 0});
     all.compare("parse_msg, 10 KB", "ns", cpu, "parse_msg/large", "bare_json/large", {1.5, 0});
     all.compare("both identifier passes, 10 KB", "ns", cpu, "identifier_passes", "bare_json/large",
@@ -76,20 +76,20 @@ void print_floors(const collector& all) {
     }
 }
 
-/// CPU times. Ten times the Bots may take ten times as long, and a fifth more for what the caches
-/// do not hold any more.
+/// All in CPU time. Ten times the Bots may take ten times as long, and a fifth more because of
+/// cache misses.
 void print_growth(const collector& all) {
     const budget linear{12, 0};
     const budget level{1.2, 0};
-    csi_bench::print_head(
-        "Growth: the floor is the same with a tenth of the Bots, a command's with 10 Bots");
+    csi_bench::print_header(
+        "Growth: the floor is the same with a tenth of the Bots, for a command with 10 Bots");
     for (const int bots : {100, 1000, 10000}) {
         const std::string more = "/" + std::to_string(bots);
         const std::string fewer = "/" + std::to_string(bots / 10);
         const std::string of = ", " + std::to_string(bots) + " Bots";
         all.compare("start-up: add_routing" + of, "ns", &times::cpu, "add_routing" + more,
                     "add_routing" + fewer, linear);
-        // These two measure by hand, and what they measured stands in for the wall clock.
+        // These two measure CPU time themselves, and report it as their wall clock time.
         all.compare("a check of a scan" + of, "ns", &times::wall, "scan/check" + more,
                     "scan/check" + fewer, linear);
         all.compare("a whole scan" + of, "ns", &times::wall, "scan/whole" + more,
@@ -100,7 +100,7 @@ void print_growth(const collector& all) {
 
 } // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     std::vector<char*> arguments(argv, argv + argc);
     std::string defaults[] = {"--benchmark_repetitions=9", "--benchmark_min_time=0.1",
                               "--benchmark_enable_random_interleaving=true"};
@@ -109,11 +109,11 @@ int main(int argc, char* argv[]) {
     }
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
-    null_buffer nothing;
-    std::streambuf* const own = std::cout.rdbuf(&nothing);
+    null_buffer discarded;
+    std::streambuf* const original = std::cout.rdbuf(&discarded);
     collector all;
     benchmark::RunSpecifiedBenchmarks(&all);
-    std::cout.rdbuf(own);
+    std::cout.rdbuf(original);
     print_floors(all);
     print_growth(all);
     return all.failed() ? 1 : 0;

@@ -1,16 +1,15 @@
-/// Peers that cost as little as a peer can, so that what is measured is the daemon's side.
+/// Peers that do as little as possible, so that benchmarks measure the daemon's side.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <thread>
 
-#include "peers/sockets.h"
-#include "platform/socket.h"
+#include "platform/descriptor.h"
 
 namespace csi_bench {
 
-/// A core service at 127.0.0.1 that gives one answer to "active_bots" and one to all else.
+/// A core service at 127.0.0.1 with one answer to "active_bots" and one to all other requests.
 class udp_peer {
 public:
     explicit udp_peer(std::string active_bots = "{}");
@@ -22,12 +21,12 @@ private:
     void run();
 
     const std::string active_bots_;
-    csi_lab::descriptor socket_;
-    std::thread thread_; ///< Last: it uses the above.
+    csi_receiver::descriptor socket_;
+    std::thread thread_; // last: uses the above
 };
 
 /// An HTTP server on 127.0.0.1 that answers every request with the same command. Serves one
-/// connection at a time; its clients close theirs before it ends.
+/// connection at a time. Clients must close theirs before it is destroyed.
 class http_peer {
 public:
     static constexpr const char* body = R"({"cmd":"version"})";
@@ -37,14 +36,14 @@ public:
     http_peer(const http_peer&) = delete;
     http_peer& operator=(const http_peer&) = delete;
 
-    [[nodiscard]] std::uint16_t port() const { return csi_receiver::local_port(socket_.get()); }
+    [[nodiscard]] std::uint16_t port() const;
 
 private:
     void run();
-    static void serve(const csi_lab::descriptor& client);
+    static void serve(const csi_receiver::descriptor& client);
 
-    csi_lab::descriptor socket_;
-    std::thread thread_; ///< Last: it uses the above.
+    csi_receiver::descriptor socket_;
+    std::thread thread_; // last: uses the above
 };
 
 } // namespace csi_bench

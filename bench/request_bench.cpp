@@ -1,4 +1,4 @@
-// What a request costs beyond its system calls, or beyond libcurl.
+// What a request costs compared with its system calls alone, or with libcurl alone.
 #include <array>
 #include <string>
 
@@ -6,13 +6,13 @@
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "bench/bare_handle.h"
 #include "bench/peers.h"
 #include "core/bot_commands.h"
 #include "daemon/signals.h"
 #include "http/http_client.h"
+#include "platform/descriptor.h"
 
 namespace {
 
@@ -32,16 +32,16 @@ sockaddr_in local_address(std::uint16_t port, std::uint32_t address) {
 ssize_t bare_exchange(const std::string& text, std::array<char, 4096>& answer) {
     const sockaddr_in any = local_address(0, INADDR_ANY);
     const sockaddr_in peer = local_address(14310, INADDR_LOOPBACK);
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const csi_receiver::descriptor local(
+        socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int fd = local.get();
     pollfd readable{fd, POLLIN, 0};
-    ssize_t count = -1;
     if (bind(fd, reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0 &&
         connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0 &&
         send(fd, text.data(), text.size(), MSG_NOSIGNAL) > 0 && poll(&readable, 1, 2000) == 1) {
-        count = recv(fd, answer.data(), answer.size(), 0);
+        return recv(fd, answer.data(), answer.size(), 0);
     }
-    close(fd);
-    return count;
+    return -1;
 }
 
 void bare_udp(benchmark::State& state) {
@@ -54,7 +54,7 @@ void bare_udp(benchmark::State& state) {
     }
 }
 
-/// One request to a core service, from the JSON object to the answer's "success".
+/// One request to a core service, from building its JSON to reading "success" in the answer.
 void core_request(benchmark::State& state) {
     const csi_bench::udp_peer peer;
     const csi_receiver::zorvin_entry zorvin("127.0.0.1");
@@ -86,7 +86,8 @@ template<class request>
 void client_http(benchmark::State& state, const request& ask) {
     const csi_bench::http_peer peer;
     curl_http::http_client client(peer.port());
-    client.set_ending_test(csi_receiver::termination_pending); // the daemon's costs this call, too
+    client.set_shutdown_test(
+        csi_receiver::termination_pending); // the daemon pays for this call, too
     run_http(state, client, ask);
 }
 

@@ -1,4 +1,5 @@
-// How start-up, scan and command grow with the number of Bots.
+// How the costs of start-up, scans and commands grow with the number of Bots.
+#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -11,15 +12,15 @@ namespace {
 
 using csi_receiver::zorvin_client;
 
-constexpr int never_ms = 3600 * 1000; // the scan's timer: the benchmark looks by itself
-constexpr int checks_of_a_scan = 10;
-constexpr std::int64_t bots_of_a_zorvin = 40;
+constexpr int never_ms = 3600 * 1000; // scan timer: the benchmark calls scan_check itself
+constexpr int checks_per_scan = 10;
+constexpr std::int64_t bots_per_zorvin = 40;
 
-/// Bots 0, 1, ... of one Zorvin, or of as many as they need.
+/// Bots 0, 1, ..., all of one Zorvin or bots_per_zorvin of each.
 std::string routing(std::int64_t bots, bool one_zorvin) {
     std::string text;
     for (std::int64_t bot = 0; bot < bots; ++bot) {
-        const std::int64_t zorvin = bot / bots_of_a_zorvin;
+        const std::int64_t zorvin = bot / bots_per_zorvin;
         const std::string address = one_zorvin ? "127.0.0.1"
                                                : "10.0." + std::to_string(zorvin / 200) + "." +
                                                      std::to_string(zorvin % 200);
@@ -28,7 +29,7 @@ std::string routing(std::int64_t bots, bool one_zorvin) {
     return text;
 }
 
-/// As many as a core service can name, and none of ours: every Bot is looked for in every check.
+/// As many Bots as a core service can name, all unknown: a scan looks for every Bot in every check.
 std::string strangers() {
     std::string list;
     for (int bot = 0; bot < 130; ++bot) {
@@ -38,7 +39,7 @@ std::string strangers() {
     return R"({"bots":[)" + list + "]}";
 }
 
-/// CPU time of this thread: the peer's, and the waits for it, are not the daemon's cost.
+/// CPU time of this thread, which leaves out the peer and the waits for it.
 double cpu_seconds() {
     timespec used{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
@@ -54,9 +55,9 @@ void add_routing(benchmark::State& state) {
     }
 }
 
-/// For the last of the Bots, the dearest one to find in order.
+/// For the last of the Bots, which a linear search would find last.
 void command(benchmark::State& state) {
-    const csi_bench::udp_peer peer; // takes the interface back in the end
+    const csi_bench::udp_peer peer; // answers when the client gives its interface back
     csi_receiver::configuration settings;
     zorvin_client client(-1, settings, never_ms);
     client.routing().add_routing(routing(state.range(0), true));
@@ -68,7 +69,7 @@ void command(benchmark::State& state) {
     }
 }
 
-/// Whole scans that find nobody. Measured are their checks but the last one, or all of it.
+/// Scans that find no Bot. Measures their checks except the last one, or the whole scan.
 void scan(benchmark::State& state, bool only_checks) {
     const csi_bench::udp_peer peer(strangers());
     csi_receiver::configuration settings;
@@ -79,14 +80,14 @@ void scan(benchmark::State& state, bool only_checks) {
         client.scan_start();
         const double started = cpu_seconds();
         int checks = 1;
-        while (checks < checks_of_a_scan && client.scan_check()) {
+        while (checks < checks_per_scan && client.scan_check()) {
             ++checks;
         }
         const double checked = cpu_seconds();
-        if (checks < checks_of_a_scan || client.scan_check()) {
-            state.SkipWithError("the scan took another course");
+        if (checks < checks_per_scan || client.scan_check()) {
+            state.SkipWithError("the scan took more or fewer checks");
         }
-        state.SetIterationTime(only_checks ? (checked - started) / (checks_of_a_scan - 1)
+        state.SetIterationTime(only_checks ? (checked - started) / (checks_per_scan - 1)
                                            : cpu_seconds() - begin);
     }
 }

@@ -1,6 +1,7 @@
 #include "bench/table.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <functional>
@@ -10,13 +11,13 @@ namespace {
 
 struct figure {
     double median;
-    double spread; // in percent
+    double spread; // interquartile range in percent of the median
 };
 
-/// Of at least one value.
+/// At least one value.
 figure summarise(std::vector<double> values) {
     std::sort(values.begin(), values.end());
-    const auto quartile = [&values](std::size_t number) { // often between two of the values
+    const auto quartile = [&values](std::size_t number) { // interpolates between two values
         const std::size_t quarters = (values.size() - 1) * number;
         const double below = values[quarters / 4];
         const double above = values[(quarters + 3) / 4];
@@ -25,20 +26,50 @@ figure summarise(std::vector<double> values) {
     return {quartile(2), (quartile(3) - quartile(1)) / quartile(2) * 100};
 }
 
-/// Nanoseconds, which come in all sizes, get a unit that suits them.
+std::string with_decimals(double value, int decimals) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
+    return text.data();
+}
+
+/// Nanoseconds in the unit that suits the value, other units as they are.
 std::string text_of(double value, const std::string& unit) {
     const bool is_time = unit == "ns";
     const double scale = !is_time || value < 1e3 ? 1 : value < 1e6 ? 1e3 : 1e6;
-    const char* const shown = scale > 1e3 ? "ms" : scale > 1 ? "us" : unit.c_str();
-    char text[32] = {};
-    std::snprintf(text, sizeof text, "%.*f %-3s", value / scale < 100 ? 2 : 0, value / scale,
-                  shown);
-    return text;
+    const std::string time_unit = scale > 1e3 ? "ms " : scale > 1 ? "us " : "ns ";
+    const double scaled = value / scale;
+    return with_decimals(scaled, scaled < 100 ? 2 : 0) + " " + (is_time ? time_unit : unit);
+}
+
+std::string text_of(budget allowed, const std::string& unit) {
+    if (allowed.plus > 0) {
+        return "+ " + with_decimals(allowed.plus, 0) + " " + unit;
+    }
+    return allowed.times > 0 ? with_decimals(allowed.times, 2) : "-";
+}
+
+const char* verdict_on(double ours, double floor, double quotient, budget allowed) {
+    if (allowed.plus > 0) {
+        return ours <= floor + allowed.plus ? "met" : "MISSED";
+    }
+    if (allowed.times > 0) {
+        return quotient <= allowed.times ? "met" : "MISSED";
+    }
+    return "-";
+}
+
+std::vector<double> quotients_of(const std::vector<double>& ours,
+                                 const std::vector<double>& floor) {
+    const std::size_t count = std::min(ours.size(), floor.size());
+    std::vector<double> result(count);
+    std::transform(ours.begin(), ours.begin() + static_cast<std::ptrdiff_t>(count), floor.begin(),
+                   result.begin(), std::divides<>());
+    return result;
 }
 
 } // namespace
 
-void print_head(const std::string& title) {
+void print_header(const std::string& title) {
     std::printf("\n%s\n\n", title.c_str());
     std::printf("| %-37s | %11s |  ± | %11s |  ± | quotient |     budget | verdict |\n", "", "ours",
                 "floor");
@@ -48,24 +79,13 @@ void print_head(const std::string& title) {
 
 void print_row(const std::string& what, const char* unit, const std::vector<double>& ours,
                const std::vector<double>& floor, budget allowed) {
-    std::vector<double> quotients(std::min(ours.size(), floor.size()));
-    std::transform(ours.begin(), ours.begin() + static_cast<std::ptrdiff_t>(quotients.size()),
-                   floor.begin(), quotients.begin(), std::divides<>());
     const figure our = summarise(ours);
     const figure least = summarise(floor);
-    const double quotient = summarise(quotients).median;
-    const bool adds = allowed.plus > 0;
-    const bool met = adds ? our.median <= least.median + allowed.plus : quotient <= allowed.times;
-    char text[32] = "-";
-    if (adds) {
-        std::snprintf(text, sizeof text, "+ %.0f %s", allowed.plus, unit);
-    } else if (allowed.times > 0) {
-        std::snprintf(text, sizeof text, "%.2f", allowed.times);
-    }
-    const char* const verdict = text[0] == '-' ? "-" : met ? "met" : "MISSED";
+    const double quotient = summarise(quotients_of(ours, floor)).median;
     std::printf("| %-37s | %11s | %2.0f | %11s | %2.0f | %8.2f | %10s | %-7s |\n", what.c_str(),
                 text_of(our.median, unit).c_str(), our.spread, text_of(least.median, unit).c_str(),
-                least.spread, quotient, text, verdict);
+                least.spread, quotient, text_of(allowed, unit).c_str(),
+                verdict_on(our.median, least.median, quotient, allowed));
     std::fflush(stdout);
 }
 

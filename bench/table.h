@@ -1,4 +1,4 @@
-/// The table that sets figures beside their floor and budget.
+/// The table that compares figures with their floor and their budget.
 #pragma once
 
 #include <string>
@@ -6,17 +6,18 @@
 
 namespace csi_bench {
 
-/// Allows the floor so many times, or with so much on top. Both 0: there is no budget.
+/// What a figure may be at most: so many times the floor, or the floor and so much more. Without
+/// either, anything.
 struct budget {
     double times = 0;
     double plus = 0;
 };
 
-void print_head(const std::string& title);
+void print_header(const std::string& title);
 
-/// A line of the table from repeated measurements, as many of ours as of the floor: the medians
-/// with the spread between their quartiles in percent, the median of the quotients of each
-/// repetition, the budget and whether it is met. Times are in ns.
+/// Prints one line from repeated measurements, of which each of ours goes with the one of the floor
+/// at the same index: both medians with their interquartile ranges in percent, the median of the
+/// quotients, the budget, and whether it is met. Times are in ns.
 void print_row(const std::string& what, const char* unit, const std::vector<double>& ours,
                const std::vector<double>& floor, budget allowed);
 

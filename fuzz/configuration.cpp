@@ -1,4 +1,4 @@
-// The lines of a configuration file, and the file.
+// A configuration file: its lines one by one, and as a whole.
 #include "daemon/configuration.h"
 
 #include <fstream>
@@ -18,7 +18,8 @@ void fuzz::run(const std::string& input) {
         assert(accepted == !value.empty() && (text[0] != '#' || !accepted));
         assert(trim(key) == key && trim(value) == value && value.find('#') == std::string::npos);
         assert(key.find_first_of("=ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string::npos);
-        // What was read is read as it is; only a key behind blanks may begin with the comment's #.
+        // Reading the result again changes nothing, except that a key after blanks may start with
+        // the "#" of a comment.
         const auto again = parse_line(std::string(key).append("=").append(value), '=');
         assert(key[0] == '#' || (again.key == key && again.value == value));
         if (accepted) {

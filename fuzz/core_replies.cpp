@@ -1,5 +1,5 @@
-// One reply of a core service, read by each of the commands. A reader ends the daemon when a member
-// that it reads has a wrong type, and at no other time.
+// One reply of a core service, passed to each command that reads replies. A command must end the
+// daemon if a member that it reads has the wrong type, and must not otherwise.
 #include <algorithm>
 #include <string_view>
 
@@ -12,15 +12,17 @@ using namespace csi_receiver;
 
 namespace {
 
-bool is_array_of(bool (*fits)(const json::value&), const json::value& list) {
-    return list.IsArray() && std::all_of(list.Begin(), list.End(), fits);
+bool is_array_of(bool (*is_valid)(const json::value&), const json::value& list) {
+    return list.IsArray() && std::all_of(list.Begin(), list.End(), is_valid);
 }
 
-bool is_object_of(bool (*fits)(std::string_view, const json::value&), const json::value& object) {
-    const auto member_fits = [fits](const auto& member) {
-        return fits({member.name.GetString(), member.name.GetStringLength()}, member.value);
+bool is_object_of(bool (*is_valid)(std::string_view, const json::value&),
+                  const json::value& object) {
+    const auto is_valid_member = [is_valid](const auto& member) {
+        return is_valid({member.name.GetString(), member.name.GetStringLength()}, member.value);
     };
-    return object.IsObject() && std::all_of(object.MemberBegin(), object.MemberEnd(), member_fits);
+    return object.IsObject() &&
+           std::all_of(object.MemberBegin(), object.MemberEnd(), is_valid_member);
 }
 
 bool is_name(const json::value& name) {
@@ -35,26 +37,26 @@ bool is_bot(const json::value& bot) {
         bot);
 }
 
-bool is_fact(std::string_view name, const json::value& member) {
+bool is_interface_fact(std::string_view name, const json::value& member) {
     const bool is_text =
         name == "driver_name" || name == "bssid" || name == "iftype" || name == "ssid";
     const bool is_number = name == "wiphy" || name == "antennas";
     return is_text ? member.IsString() : !is_number || member.IsInt();
 }
 
-/// Lets the reader have the reply, and sees whether it ends the daemon just when it has to.
+/// Runs the command on the reply. It must end the daemon unless the reply is valid for it.
 template<class function>
-void read(const std::string& reply, bool fits, function reader) {
+void expect(const std::string& reply, bool is_valid, function command) {
     fuzz::answer = [&reply](auto, const auto&) { return reply; };
-    fuzz::end_is_wanted = !fits;
+    fuzz::end_expected = !is_valid;
     bool ended = false;
     try {
-        reader();
-    } catch (const fuzz::wanted_end&) {
+        command();
+    } catch (const fuzz::daemon_end&) {
         ended = true;
     }
-    assert(ended == !fits);
-    fuzz::end_is_wanted = false;
+    assert(ended == !is_valid);
+    fuzz::end_expected = false;
 }
 
 } // namespace
@@ -63,7 +65,7 @@ void fuzz::run(const std::string& input) {
     routing_table table;
     table.add_routing("101:127.0.0.1:wlan0:0A0000000101");
     bot_record& bot = table.bots().front();
-    const std::string& at = bot.zorvin.address;
+    const std::string& address = bot.zorvin.address;
     const json::document reply = json::parse(input);
     const auto find = [&reply](const char* name) {
         return reply.IsObject() ? json::find(reply, name) : nullptr;
@@ -71,17 +73,17 @@ void fuzz::run(const std::string& input) {
     const json::value* const success = find("success");
     const json::value* const bots = find("bots");
     const json::value* const names = find("interfaces");
-    const bool is_done = success != nullptr && success->IsTrue();
-    const bool tells = success == nullptr || success->IsBool();
-    read(input, true, [&] { assert(core_ping(at) == (find("ping") != nullptr)); });
-    read(input, true, [&] { assert(core_save_csi(at, "file") == is_done); });
-    read(input, tells, [&] { assert(core_add_interface(at, bot.ifname) == is_done); });
-    read(input, tells, [&] { assert(core_del_interface(at, bot.ifname) == is_done); });
-    read(input, tells, [&] { assert(start_sounding(bot, 10) == is_done); });
-    read(input, bots == nullptr || is_array_of(is_bot, *bots),
-         [&] { static_cast<void>(core_active_bots(at)); });
-    read(input, names == nullptr || is_array_of(is_name, *names),
-         [&] { static_cast<void>(core_get_interfaces(at)); });
-    read(input, !reply.IsObject() || is_object_of(is_fact, reply),
-         [&] { static_cast<void>(core_interface_info(at, bot.ifname)); });
+    const bool succeeded = success != nullptr && success->IsTrue();
+    const bool is_valid = success == nullptr || success->IsBool();
+    expect(input, true, [&] { assert(core_ping(address) == (find("ping") != nullptr)); });
+    expect(input, true, [&] { assert(core_save_csi(address, "file") == succeeded); });
+    expect(input, is_valid, [&] { assert(core_add_interface(address, bot.ifname) == succeeded); });
+    expect(input, is_valid, [&] { assert(core_del_interface(address, bot.ifname) == succeeded); });
+    expect(input, is_valid, [&] { assert(start_sounding(bot, 10) == succeeded); });
+    expect(input, bots == nullptr || is_array_of(is_bot, *bots),
+           [&] { static_cast<void>(core_active_bots(address)); });
+    expect(input, names == nullptr || is_array_of(is_name, *names),
+           [&] { static_cast<void>(core_get_interfaces(address)); });
+    expect(input, !reply.IsObject() || is_object_of(is_interface_fact, reply),
+           [&] { static_cast<void>(core_interface_info(address, bot.ifname)); });
 }

@@ -11,10 +11,10 @@ std::optional<std::string> csi_receiver::ask(const std::string& /*address*/, std
 }
 
 void json::assertion_failed(const char* /*file*/, int /*line*/, const char* /*expression*/) {
-    assert(fuzz::end_is_wanted);
-    fuzz::end_is_wanted = false;
-    fuzz::answer = nullptr; // a client that is unwound says good-bye: nobody listens
-    throw fuzz::wanted_end();
+    assert(fuzz::end_expected);
+    fuzz::end_expected = false;
+    fuzz::answer = nullptr; // the client's destructors get no answers
+    throw fuzz::daemon_end();
 }
 
 // NOLINTNEXTLINE(readability-identifier-naming): the fuzzer's own name
@@ -23,8 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::log.str("");
     try {
         fuzz::run(std::string(data, data + size));
-        assert(!fuzz::end_is_wanted);
-    } catch (const fuzz::wanted_end&) {
+        assert(!fuzz::end_expected);
+    } catch (const fuzz::daemon_end&) {
     }
     return 0;
 }

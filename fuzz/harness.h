@@ -1,4 +1,5 @@
-/// What the fuzz targets share: the place of the daemon's peers, its end on purpose, and its log.
+/// What the fuzz targets share: answers instead of the daemon's peers, a harmless end of the
+/// daemon, and its log.
 #pragma once
 
 #include <cstdint>
@@ -12,19 +13,20 @@
 
 namespace fuzz {
 
-/// The target's work on one input; each target defines it.
+/// Tries one input. Each target defines this function.
 void run(const std::string& input);
 
-/// What the daemon has said since the input began.
+/// The log of the daemon since the input began.
 inline std::ostringstream log;
 
-/// Gives the reply to each request of the daemon's; an empty one stands for a peer that is away.
+/// Returns the answer to a request from the daemon. An empty answer stands for none at all, and so
+/// does an empty function.
 inline std::function<std::string(std::uint16_t port, const std::string& request)> answer;
 
-/// Set by `answer` when its reply has a wrong type on which the daemon ends on purpose. Then the
-/// JSON assertion throws wanted_end, which ends the input. An assertion that fails at any other
-/// time is a fault, and so is a daemon that goes on.
-inline bool end_is_wanted = false;
-struct wanted_end {};
+/// True while the daemon has an answer in which a member has the wrong type, which must end it. Its
+/// JSON assertion then throws daemon_end. An assertion that fails at any other time is a bug, and
+/// so is a daemon that continues.
+inline bool end_expected = false;
+struct daemon_end {};
 
 } // namespace fuzz

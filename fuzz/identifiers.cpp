@@ -1,4 +1,4 @@
-// The reading and the writing pass over identifiers, one after the other, on any object.
+// Both passes over identifiers, first the one for reading, then the one for writing, on any object.
 #include "client/identifiers.h"
 
 #include <set>
@@ -10,17 +10,18 @@ namespace {
 
 const std::set<std::string> names = {"engine", "bot", "zorvin", "uuid", "service"};
 
-/// What both passes together make of a value: integers come back as they were, strings under an
-/// identifier's name become integers, and "bots" that is an integer becomes a string.
-void change(json::value& value, const std::string& name, json::allocator& memory) {
+/// Does what both passes should do together: integers stay as they are, strings named like an
+/// identifier become integers, and an integer named "bots" becomes a string.
+void apply_both(json::value& value, const std::string& name, json::allocator& memory) {
     if (value.IsObject()) {
         for (auto& member : value.GetObject()) {
-            change(member.value, {member.name.GetString(), member.name.GetStringLength()}, memory);
+            apply_both(member.value, {member.name.GetString(), member.name.GetStringLength()},
+                       memory);
         }
     } else if (value.IsArray()) {
         for (json::value& element : value.GetArray()) {
             if (!element.IsArray()) {
-                change(element, name == "bots" ? "bot" : "", memory);
+                apply_both(element, name == "bots" ? "bot" : "", memory);
             }
         }
     } else if (value.IsString() && names.count(name) != 0) {
@@ -34,11 +35,11 @@ void change(json::value& value, const std::string& name, json::allocator& memory
 
 void fuzz::run(const std::string& input) {
     json::document expected = json::parse(input);
-    json::document passed = json::parse(input);
+    json::document actual = json::parse(input);
     if (expected.IsObject()) {
-        change(expected, "", expected.GetAllocator());
-        csi_receiver::identifiers_to_text(passed, passed.GetAllocator());
-        csi_receiver::identifiers_to_numbers(passed);
-        assert(json::write(passed) == json::write(expected));
+        apply_both(expected, "", expected.GetAllocator());
+        csi_receiver::identifiers_to_text(actual, actual.GetAllocator());
+        csi_receiver::identifiers_to_numbers(actual);
+        assert(json::write(actual) == json::write(expected));
     }
 }

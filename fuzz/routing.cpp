@@ -1,4 +1,4 @@
-// The configuration's list of Bots.
+// The value of "routing" in the configuration.
 #include "client/routing.h"
 
 #include <algorithm>

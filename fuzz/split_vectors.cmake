@@ -1,16 +1,16 @@
-# Splits the conversations in the files `vectors` into seeds under `output`: each step and each whole
-# conversation for the target "message", a line for what is said; each message, each answer of a
-# peer's and each routing for the others.
+# Splits the conversations in the files `vectors` into seeds in the folder `output`. The target
+# "message" gets every step and every whole conversation, with one line per message or answer. The
+# other targets get every single message, answer and routing.
 cmake_minimum_required(VERSION 3.21)
 file(REMOVE_RECURSE ${output})
 
-function(get_line result) # json path...: the JSON there, without line ends
+function(get_line result) # json path...: the JSON at the path, in one line
     string(JSON text ERROR_VARIABLE none GET ${ARGN})
     string(REPLACE "\n" "" text "${text}")
     set(${result} "${text}" PARENT_SCOPE)
 endfunction()
 
-function(get_last result) # json path...: the last index of the array there, -1 without one
+function(get_last result) # json path...: the last index of the array at the path, -1 if there is none
     string(JSON length ERROR_VARIABLE none LENGTH ${ARGN})
     if(none)
         set(length 0)

@@ -1,4 +1,4 @@
-/// Commands for the daemon, drawn from a seed, each with the reply that is right.
+/// The commands of a soak, chosen at random from a seed, each with the reply expected to it.
 #pragma once
 
 #include <cstddef>
@@ -8,62 +8,54 @@
 #include <string>
 #include <vector>
 
+#include "peers/installation.h"
+
 namespace csi_soak {
 
-struct soak_bot {
-    std::string id;
-    std::string hwaddr;
-    std::string ifname;
-    std::string core; ///< Its core service's name in the journal.
+/// The part of an expected reply that is known only once the reply arrives.
+enum class variable_part { none, version, rate, bot_info, engine_state };
+
+/// Stands for the variable part. No command contains this character.
+constexpr char variable_part_mark = '@';
+
+struct test_command {
+    std::string kind;     // in the figures
+    std::string text;     // as the server hands it out
+    std::string expected; // the reply; empty: none is expected
+    variable_part variable = variable_part::none;
+    std::string engine_peer;      // the peer that answers for the engine, as named in the journal
+    std::optional<int> sets_rate; // the rate that "rate" reports from then on
 };
 
-/// The Bots of an installation with two Zorvins, as its configuration names them.
-[[nodiscard]] std::vector<soak_bot> soak_bots(unsigned count);
-
-/// What must stand where the expected reply has a gap.
-enum class soak_gap { none, version, rate, bot_info, engine_state };
-
-/// Marks the gap: no command has this character.
-constexpr char soak_gap_mark = '@';
-
-struct soak_command {
-    std::string kind;              ///< For the figures.
-    std::string text;              ///< As handed out.
-    std::string expected;          ///< The reply, perhaps with one gap; empty: there is none.
-    soak_gap gap = soak_gap::none; ///< What fills it.
-    std::string engine_peer;       ///< Whose answer the reply passes on, as the journal names it.
-    std::optional<int> sets_rate;  ///< What a question for the rate is answered with from then on.
-};
-
-/// The reply to what is no JSON, or no object.
+/// The reply to what is not a JSON object.
 constexpr const char* object_error = R"({"success":false,"reason":"Object error"})";
 
-/// An engine command's reply when the engine did not answer.
+/// The reply to an engine command when the engine did not answer.
 constexpr const char* engine_error = R"({"success":false,"reason":"Engine object error"})";
 
 /// For one thread.
-class soak_commands {
+class command_generator {
 public:
-    /// The answer to an attach is one more.
+    /// Without the answer to an attach.
     static constexpr std::size_t kinds_with_reply = 20;
 
-    soak_commands(std::uint32_t seed, std::vector<soak_bot> bots);
+    command_generator(std::uint32_t seed, std::vector<peers::routed_bot> bots);
 
-    [[nodiscard]] soak_command draw();
+    [[nodiscard]] test_command next();
 
 private:
     [[nodiscard]] std::size_t below(std::size_t limit);
-    template<typename list>
-    [[nodiscard]] const auto& one_of(const list& choice) {
-        return choice[below(choice.size())];
+    template<class list>
+    [[nodiscard]] const auto& one_of(const list& choices) {
+        return choices[below(choices.size())];
     }
-    [[nodiscard]] std::string begin(const std::string& word);
-    soak_command draw_rubbish();
-    soak_command draw_plain();
-    soak_command draw_engine();
+    [[nodiscard]] std::string numbered(const std::string& word);
+    [[nodiscard]] test_command malformed();
+    [[nodiscard]] test_command from_table();
+    [[nodiscard]] test_command for_engine();
 
-    std::mt19937 dice_;
-    const std::vector<soak_bot> bots_;
+    std::mt19937 random_;
+    const std::vector<peers::routed_bot> bots_;
     std::uint64_t number_ = 0;
 };
 

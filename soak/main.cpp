@@ -1,35 +1,35 @@
-/// The program csi_soak: wears the daemon out and tells what became of it.
+// The program csi_soak: runs the daemon under load and faults, and reports how it copes.
 #include <chrono>
 #include <exception>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
-#include "soak/daemon.h"
+#include "soak/daemon_process.h"
 #include "soak/report.h"
 #include "soak/run.h"
-#include "soak/worst.h"
+#include "soak/worst_cases.h"
 
-int main(int count, char** values) {
-    CLI::App app("Runs csi_receiver against the lab's peers under load and faults, and checks it.",
-                 "csi_soak");
-    csi_soak::soak_options options;
-    app.add_option("--daemon", options.daemon, "The program csi_receiver")->required();
-    app.add_option("--folder", options.folder, "An empty folder for its files")->required();
-    app.add_option("--minutes", options.minutes, "How long")
+int main(int argc, char** argv) {
+    CLI::App app("Runs csi_receiver under load and faults, and checks it.", "csi_soak");
+    csi_soak::run_options options;
+    app.add_option("--daemon", options.daemon, "Path of the program csi_receiver")->required();
+    app.add_option("--folder", options.folder, "Empty folder for files")->required();
+    app.add_option("--minutes", options.minutes, "Duration")
         ->check(CLI::Range(0.25, 100'000.0))
         ->capture_default_str();
-    app.add_option("--seed", options.seed, "Of commands and faults")->capture_default_str();
+    app.add_option("--seed", options.seed, "Seed for commands and faults")->capture_default_str();
     bool worst_cases = false;
     app.add_flag("--worst-cases", worst_cases, "Measure the worst cases instead");
     long each_state = 120;
-    app.add_option("--each-state", each_state, "Seconds for each state in which the log grows")
+    app.add_option("--each-state", each_state,
+                   "With --worst-cases: seconds to measure how fast the log grows, in each state")
         ->check(CLI::Range(1, 100'000))
         ->capture_default_str();
-    CLI11_PARSE(app, count, values);
+    CLI11_PARSE(app, argc, argv);
     try {
-        csi_soak::block_soak_signals();
-        csi_soak::soak_report report;
+        csi_soak::block_signals();
+        csi_soak::reporter report;
         if (worst_cases) {
             csi_soak::measure_worst_cases(options, std::chrono::seconds(each_state), report);
         } else {

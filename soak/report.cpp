@@ -6,75 +6,74 @@
 namespace csi_soak {
 namespace {
 
-constexpr std::size_t told_at_once = 5;
-constexpr std::size_t longest_told = 600;
+constexpr std::size_t max_printed_failures = 5;
+constexpr std::size_t max_printed_length = 600;
 
 std::string shortened(const std::string& text) {
-    return text.size() <= longest_told ? text : text.substr(0, longest_told) + " ...";
+    return text.size() <= max_printed_length ? text : text.substr(0, max_printed_length) + " ...";
 }
 
 } // namespace
 
-std::string in_seconds(soak_clock::duration what) {
-    std::array<char, 32> text = {};
-    std::snprintf(text.data(), text.size(), "%.2f s", std::chrono::duration<double>(what).count());
+std::string in_seconds(steady_clock::duration time) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.2f s", std::chrono::duration<double>(time).count());
     return text.data();
 }
 
-void soak_report::say(const std::string& line) {
+void reporter::print(const std::string& line) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    print(line);
+    print_locked(line);
 }
 
-void soak_report::print(const std::string& line) const {
-    const std::chrono::duration<double> since = soak_clock::now() - begin_;
-    std::printf("[%7.1f s] %s\n", since.count(), line.c_str());
+void reporter::print_locked(const std::string& line) const {
+    const std::chrono::duration<double> elapsed = steady_clock::now() - start_;
+    std::printf("[%7.1f s] %s\n", elapsed.count(), line.c_str());
     std::fflush(stdout);
 }
 
-void soak_report::violation(const std::string& check, const std::string& what) {
+void reporter::fail(const std::string& check, const std::string& detail) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (++violations_[check] <= told_at_once) {
-        print("FAIL " + check + ": " + shortened(what));
+    if (++failures_[check] <= max_printed_failures) {
+        print_locked("FAIL " + check + ": " + shortened(detail));
     }
 }
 
-void soak_report::violation_unless(bool holds, const std::string& check, const std::string& what) {
+void reporter::expect(bool holds, const std::string& check, const std::string& detail) {
     if (!holds) {
-        violation(check, what);
+        fail(check, detail);
     }
 }
 
-void soak_report::figure(std::string name, std::string value) {
+void reporter::add_figure(std::string name, std::string value) {
     const std::lock_guard<std::mutex> lock(mutex_);
     figures_.emplace_back(std::move(name), std::move(value));
 }
 
-void soak_report::checked(std::string check, std::string outcome) {
+void reporter::add_check(std::string check, std::string seen) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    violations_.emplace(check, 0);
-    checks_.emplace_back(std::move(check), std::move(outcome));
+    checks_.emplace_back(std::move(check), std::move(seen));
 }
 
-bool soak_report::conclude() {
+bool reporter::conclude() {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::printf("\nFigures\n");
     for (const auto& [name, value] : figures_) {
         std::printf("  %-44s %s\n", name.c_str(), value.c_str());
     }
     std::printf("\nChecks\n");
-    for (const auto& [name, outcome] : checks_) {
-        std::printf("  %-4s  %s: %s\n", violations_[name] == 0 ? "ok" : "FAIL", name.c_str(),
-                    outcome.c_str());
+    for (const auto& [check, seen] : checks_) {
+        std::printf("  %-4s  %s: %s\n", failures_.count(check) == 0 ? "ok" : "FAIL", check.c_str(),
+                    seen.c_str());
     }
-    std::size_t count = 0;
-    for (const auto& [name, times] : violations_) {
-        count += times;
+    std::size_t total = 0;
+    for (const auto& [check, count] : failures_) {
+        total += count;
     }
     std::printf("\n%s\n",
-                count == 0 ? "ok" : ("FAIL: " + std::to_string(count) + " violations").c_str());
+                total == 0 ? "ok" : ("FAIL: " + std::to_string(total) + " failures").c_str());
     std::fflush(stdout);
-    return count == 0;
+    return total == 0;
 }
 
 } // namespace csi_soak

@@ -1,4 +1,4 @@
-/// What a soak tells people: lines while it runs, at its end the figures and a verdict a check.
+/// What a soak prints: its progress, then the figures and the outcome of each check.
 #pragma once
 
 #include <chrono>
@@ -11,38 +11,38 @@
 
 namespace csi_soak {
 
-using soak_clock = std::chrono::steady_clock;
+using std::chrono::steady_clock;
 
 /// "1.25 s"
-[[nodiscard]] std::string in_seconds(soak_clock::duration what);
+[[nodiscard]] std::string in_seconds(steady_clock::duration time);
 
-/// Every function may be called from any thread.
-class soak_report {
+/// Any thread may call any function.
+class reporter {
 public:
-    /// Prints the line behind the time since the report was made.
-    void say(const std::string& line);
+    /// Prints the line after the time since construction.
+    void print(const std::string& line);
 
-    /// The check has failed. The first few of each check are told at once, all are counted.
-    void violation(const std::string& check, const std::string& what);
-    void violation_unless(bool holds, const std::string& check, const std::string& what);
+    /// Counts a failure of the check. The first few failures of each check are printed at once.
+    void fail(const std::string& check, const std::string& detail);
+    void expect(bool holds, const std::string& check, const std::string& detail);
 
-    /// A line of the final table.
-    void figure(std::string name, std::string value);
+    /// Adds a line to the figures printed at the end.
+    void add_figure(std::string name, std::string value);
 
-    /// Names a check that the verdict shall list, and how it came out in words.
-    void checked(std::string check, std::string outcome);
+    /// Lists the check at the end, with a few words on what it saw.
+    void add_check(std::string check, std::string seen);
 
-    /// Prints table and verdict. True when there was no violation, also of a check not listed.
+    /// Prints the figures and the checks. True when no check has failed, listed or not.
     [[nodiscard]] bool conclude();
 
 private:
     using rows = std::vector<std::pair<std::string, std::string>>;
 
-    void print(const std::string& line) const;
+    void print_locked(const std::string& line) const;
 
-    const soak_clock::time_point begin_ = soak_clock::now();
-    std::mutex mutex_; ///< For all below, and so that lines do not mix.
-    std::map<std::string, std::size_t> violations_;
+    const steady_clock::time_point start_ = steady_clock::now();
+    std::mutex mutex_;                            // guards all below, and keeps printed lines apart
+    std::map<std::string, std::size_t> failures_; // by check
     rows figures_;
     rows checks_;
 };

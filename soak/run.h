@@ -1,4 +1,4 @@
-/// The soak: the daemon under load and faults for some minutes, and what must hold meanwhile.
+/// The soak itself: the daemon under load and faults for some minutes.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +8,15 @@
 
 namespace csi_soak {
 
-struct soak_options {
-    std::string daemon; ///< The program.
-    std::string folder; ///< For configurations, logs and output; exists.
+struct run_options {
+    std::string daemon; // path of the program
+    std::string folder; // for configurations, logs and output; must exist
     double minutes = 2;
     std::uint32_t seed = 1;
 };
 
-/// Throws std::runtime_error when the lab or the daemon cannot be started. All else is in the
-/// report.
-void run_soak(const soak_options& options, soak_report& report);
+/// Throws std::runtime_error when the peers or the daemon cannot be started. Every other failure
+/// goes to the report.
+void run_soak(const run_options& options, reporter& report);
 
 } // namespace csi_soak

@@ -1,5 +1,5 @@
-// The soak's checkers: what they must find, and what they must let pass. A soak without a violation
-// says nothing unless each of these is one.
+// The soak's checks: what they must report, and what they must accept. A soak that finds nothing
+// proves something only if these tests pass.
 #include <set>
 
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 
 #include "http/http_client.h"
 #include "platform/utilities.h"
-#include "soak/faults.h"
-#include "soak/watch.h"
+#include "soak/resource_monitor.h"
+#include "soak/server_faults.h"
 #include "support/fixtures.h"
 
 using namespace csi_soak;
@@ -18,12 +18,12 @@ namespace {
 
 using checks = std::set<std::string>;
 
-/// The names of the checks that fail while this runs, as the report prints them.
-checks violated_by(const std::function<void()>& what) {
+/// The names of the checks that fail while the function runs, as the reporter prints them.
+checks failed_by(const std::function<void()>& action) {
     testing::internal::CaptureStdout();
-    what();
+    action();
     const std::string text = testing::internal::GetCapturedStdout();
-    std::fputs(text.c_str(), stdout); // failures of the test are among it
+    std::fputs(text.c_str(), stdout); // the test's own failures are in it, too
     checks result;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -35,14 +35,21 @@ checks violated_by(const std::function<void()>& what) {
     return result;
 }
 
-const std::map<std::string, soak_command> commands = {
+std::vector<peers::routed_bot> two_bots() {
+    peers::installation_options options;
+    options.zorvins = 2;
+    options.bots = 2;
+    return peers::bots_of(options);
+}
+
+const std::map<std::string, test_command> commands = {
     {"attach", {"attach", R"({"cmd":"associate"})", "", {}, {}, {}}},
-    {"version", {"version", "v", "is @", soak_gap::version, {}, {}}},
+    {"version", {"version", "v", "is @", variable_part::version, {}, {}}},
     {"rate 25", {"rate", "r25", "done", {}, {}, 25}},
-    {"rate", {"rate, asked for", "r", "rate @", soak_gap::rate, {}, {}}},
-    {"bot_info", {"bot_info", "b", "[@]", soak_gap::bot_info, {}, {}}},
-    {"engine", {"engine", "e", "now @", soak_gap::engine_state, "fusion", {}}},
-    {"rubbish", {"rubbish", "x", object_error, {}, {}, {}}},
+    {"rate", {"rate, query", "r", "rate @", variable_part::rate, {}, {}}},
+    {"bot_info", {"bot_info", "b", "[@]", variable_part::bot_info, {}, {}}},
+    {"engine", {"engine", "e", "now @", variable_part::engine_state, "fusion", {}}},
+    {"malformed", {"malformed", "x", object_error, {}, {}, {}}},
     {"scan", {"scan", "s", "", {}, {}, {}}},
     {"disconnect", {"disconnect", "d", "", {}, {}, {}}},
 };
@@ -50,105 +57,105 @@ const std::map<std::string, soak_command> commands = {
 const std::string attach = R"(<{"type":"zorvin","version":"v1"}|attach|)"
                            R"(<{"cmd":"associate","success":true})";
 
-/// Plays a conversation, whose steps "|" separates: the server hands out the command of that name,
-/// the daemon says (<) or says unasked (!) something, a fault of the server or another peer
-/// begins (+) or ends (-).
-void play(soak_record& record, const std::string& steps) {
+/// Plays a conversation whose steps are separated by "|": a name hands out that command, "<" is a
+/// reply of the daemon's and "!" an unsolicited message, "+" begins and "-" ends a fault of the
+/// server or of another peer.
+void play(conversation_checker& checker, const std::string& steps) {
     for (const std::string& step : csi_receiver::split(steps, '|')) {
         const std::string rest = step.substr(1);
         if (step[0] == '<' || step[0] == '!') {
-            record.see({{}, "daemon", "server", rest + (step[0] == '!' ? "\n" : "")});
+            checker.observe({{}, "daemon", "server", rest + (step[0] == '!' ? "\n" : "")});
         } else if (step[0] == '+') {
-            rest == "server" ? record.begin_excuse() : record.begin_peer_fault(rest);
+            rest == "server" ? checker.begin_excusing() : checker.begin_peer_fault(rest);
         } else if (step[0] == '-') {
-            rest == "server" ? record.end_excuse() : record.end_peer_fault(rest);
+            rest == "server" ? checker.end_excusing() : checker.end_peer_fault(rest);
         } else {
             if (step != "attach") {
-                record.plan(commands.at(step));
+                checker.plan(commands.at(step));
             }
-            record.see({{}, "server", "daemon", commands.at(step).text});
+            checker.observe({{}, "server", "daemon", commands.at(step).text});
         }
     }
 }
 
 } // namespace
 
-TEST(soak_record, conversations_and_what_is_wrong_with_them) {
+TEST(soak_conversation, finds_what_is_wrong_and_nothing_else) {
     const std::string bot_1 = R"({"bot":101,"hwaddr":"02:00:00:00:00:65","chains":1})";
     const std::string bot_2 = R"({"bot":102,"hwaddr":"02:00:00:00:00:66","chains":1})";
-    const std::string rubbish = std::string("rubbish|<") + object_error;
+    const std::string malformed = std::string("malformed|<") + object_error;
     const std::string no_engine = std::string("|<") + engine_error;
-    const std::string report = R"(!{"cmd":"scan","success":true,"reason":"complete","found":)";
+    const std::string scan_report = R"(!{"cmd":"scan","success":true,"reason":"complete","found":)";
     const std::string lost = "no command is lost";
     const std::string twice = "no command is answered twice";
-    const std::string reply = "every reply is right";
-    const std::string message = "every message is right";
+    const std::string reply = "every reply is correct";
+    const std::string message = "every message is correct";
     const struct {
         std::string steps; // after an attach
-        checks violated;
+        checks failed;
     } rows[] = {
         {"version|<is v1|rate|<rate 10|rate 25|<done|rate|<rate 25|scan|engine|<now running", {}},
         {"bot_info|<[" + bot_1 + "," + bot_2 + "]|!{\"bot_info\":[" + bot_2 + "]}", {}},
-        {rubbish + "|" + report + "[101]}|disconnect|" + attach, {}},
+        {malformed + "|" + scan_report + "[101]}|disconnect|" + attach, {}},
         {"version|scan", {lost}},
         {"version|" + attach, {lost}},
-        {rubbish + "|<" + object_error, {twice}},
-        {"scan|<done", {twice}}, // none is owed
+        {malformed + "|<" + object_error, {twice}},
+        {"scan|<done", {twice}}, // "scan" has no reply
         {"version|<is v2", {reply}},
         {"version|<is v1 ", {reply}},
         {"version|<done", {reply}},
-        {rubbish + " ", {reply}},
+        {malformed + " ", {reply}},
         {"rate|<rate 25", {reply}},
         {"rate 25|<done|rate|<rate 10", {reply}},
         {"bot_info|<[" + bot_2 + "," + bot_1 + "]", {reply}},
         {"bot_info|<[" + bot_1 + bot_1 + "]", {reply}},
         {"engine|<now unknown", {reply}},
-        {"engine" + no_engine, {reply}}, // its peer is well,
+        {"engine" + no_engine, {reply}}, // its peer never failed
         {"+core 127.0.0.1|engine" + no_engine, {reply}},
-        {"+fusion|-fusion|engine" + no_engine, {reply}}, // or was well again
+        {"+fusion|-fusion|engine" + no_engine, {reply}}, // its peer no longer failed
         {"+fusion|engine|-fusion" + no_engine, {}},
         {R"(<{"type":"zorvin"})", {message}},
         {R"(<{"type":"zorvin","version":"v2"})", {message}},
-        {report + "[101,102,103]}", {message}}, // of two Bots
+        {scan_report + "[101,102,103]}", {message}}, // there are two Bots
         {"!{\"bot_info\":[" + bot_1 + "}", {message}},
-        // In a fault of the server a command may be lost, and a body that was cut is no JSON.
+        // A fault of the server may lose commands, and may cut a command short.
         {"+server|version|scan|-server|version|<is v1", {}},
         {"version|+server|-server|scan", {}},
         {"+server|-server|version|scan", {lost}},
         {std::string("+server|version|<") + object_error + "|<" + object_error, {}},
         {"+server|version|<is v2", {reply}},
         {std::string("version|<") + object_error, {reply}},
-        // One that is lost may have set the rate all the same.
+        // A lost command may have set the rate nevertheless.
         {"+server|rate 25|rate|<rate 25|rate|<rate 10", {}},
     };
     for (const auto& row : rows) {
-        soak_report told;
-        soak_record record(told, soak_bots(2), commands.at("attach").text);
-        const checks seen = violated_by([&] { play(record, attach + "|" + row.steps); });
-        EXPECT_EQ(seen, row.violated) << row.steps;
+        reporter report;
+        conversation_checker checker(report, two_bots(), commands.at("attach").text);
+        const checks failed = failed_by([&] { play(checker, attach + "|" + row.steps); });
+        EXPECT_EQ(failed, row.failed) << row.steps;
     }
 }
 
-TEST(soak_record, knows_the_longest_wait_that_nothing_excuses) {
-    soak_report told;
-    soak_record record(told, soak_bots(2), commands.at("attach").text);
-    const auto let_pass = [](std::chrono::milliseconds time) {
+TEST(soak_conversation, measures_the_longest_answer_that_no_fault_excuses) {
+    reporter report;
+    conversation_checker checker(report, two_bots(), commands.at("attach").text);
+    const auto pause = [](std::chrono::milliseconds time) {
         const stopwatch watch;
         wait_until([&] { return watch.elapsed() >= time; });
     };
-    play(record, attach + "|rubbish");
-    let_pass(30ms);
-    play(record, std::string("<") + object_error + "|rate 25|<done|+server|rate");
-    EXPECT_FALSE(record.owes_reply());
-    let_pass(60ms);
-    play(record, "<rate 25");
-    EXPECT_GE(record.count().longest_answer, 30ms);
-    EXPECT_EQ(record.count().longest_kind, "rubbish");
+    play(checker, attach + "|malformed");
+    pause(30ms);
+    play(checker, std::string("<") + object_error + "|rate 25|<done|+server|rate");
+    EXPECT_FALSE(checker.awaiting_reply());
+    pause(60ms);
+    play(checker, "<rate 25");
+    EXPECT_GE(checker.counts().longest_answer, 30ms);
+    EXPECT_EQ(checker.counts().slowest_kind, "malformed");
 }
 
 namespace {
 
-/// A log that a daemon might write, and its reader.
+/// A log such as the daemon writes, and its reader.
 struct log_file {
     void add(const std::string& text) const {
         std::ofstream(directory.path + "/log", std::ios::app) << text;
@@ -159,47 +166,47 @@ struct log_file {
     }
 
     temporary_directory directory;
-    soak_report report;
-    soak_log log{directory.path + "/log", report};
+    reporter report;
+    log_reader log{directory.path + "/log", report};
 };
 
 } // namespace
 
-TEST(soak_log, follows_a_log_across_its_rotations) {
+TEST(soak_log, is_read_across_rotations) {
     log_file file;
-    file.log.read(); // there is none yet
+    file.log.read(); // it does not exist yet
     file.add("[1] request to http://a failed: x\n[1] 127.0.0.1: failed to se");
     file.log.read();
     file.add("nd {\"rate\":0}\n[1] adding a\n[1] adding b\n");
     file.log.read();
     EXPECT_TRUE(file.log.scanning());
-    file.add("[1] [ a ] <-- request to http://a failed: told by a command\n");
+    file.add("[1] [ a ] <-- request to http://a failed: inside a command\n");
     file.rotate();
     file.add("[1] Scan complete\n");
     file.rotate();
     file.add("[1] request to http://a failed: y\n");
-    EXPECT_EQ(violated_by([&] { file.log.read(); }), checks{});
-    const soak_log::counts& count = file.log.count();
-    EXPECT_EQ(count.lines, 9U);
-    EXPECT_EQ(count.failures, 2U);
-    EXPECT_EQ(count.stops, 1U);
-    EXPECT_EQ(count.rotations, 2U);
-    EXPECT_EQ(count.scans, 1U);
+    EXPECT_EQ(failed_by([&] { file.log.read(); }), checks{});
+    const log_reader::counters& counts = file.log.counts();
+    EXPECT_EQ(counts.lines, 9U);
+    EXPECT_EQ(counts.failed_requests, 2U);
+    EXPECT_EQ(counts.unanswered_stops, 1U);
+    EXPECT_EQ(counts.rotations, 2U);
+    EXPECT_EQ(counts.reported_scans, 1U);
 }
 
-TEST(soak_log, finds_gaps_and_too_much) {
-    const checks too_much = {"the log stays small"};
+TEST(soak_log, must_have_no_gaps_and_stay_small) {
+    const checks too_large = {"the log stays small"};
     const struct {
-        int rotations; // between two looks
+        int rotations; // between two reads
         const char* grown;
         std::uintmax_t size;
-        checks violated;
+        checks failed;
     } rows[] = {
-        {3, "/log.3", soak_log::largest_file, {}},
+        {3, "/log.3", log_reader::max_file_bytes, {}},
         {4, "/log.3", 1, {"the log is read without gaps"}},
-        {0, "/log", soak_log::largest_file + 1, too_much},
-        {1, "/log.1", soak_log::largest_file + 1, too_much},
-        {0, "/log.4", 1, too_much},
+        {0, "/log", log_reader::max_file_bytes + 1, too_large},
+        {1, "/log.1", log_reader::max_file_bytes + 1, too_large},
+        {0, "/log.4", 1, too_large},
     };
     for (const auto& row : rows) {
         log_file file;
@@ -211,13 +218,13 @@ TEST(soak_log, finds_gaps_and_too_much) {
         const std::string grown = file.directory.path + row.grown;
         std::ofstream(grown, std::ios::app).close();
         std::filesystem::resize_file(grown, row.size);
-        EXPECT_EQ(violated_by([&] { file.log.read(); }), row.violated) << row.grown;
+        EXPECT_EQ(failed_by([&] { file.log.read(); }), row.failed) << row.grown;
     }
 }
 
-TEST(soak_watch, finds_what_is_held_and_never_given_back) {
+TEST(soak_resources, leaks_are_found) {
     temporary_directory directory;
-    // Shells in the daemon's place; a file beside their configuration makes one of them leak.
+    // Shells instead of the daemon. One of them leaks once a certain file exists.
     const std::string shell = "#!/bin/sh\n";
     const std::string take = "$(printf %060000d 0); sleep 0.1; done\n";
     const std::string level = directory.write("level", shell + "while :; do x=" + take);
@@ -226,113 +233,116 @@ TEST(soak_watch, finds_what_is_held_and_never_given_back) {
                                        "exec 4</dev/null 5</dev/null; while :; do x=$x" + take);
     chmod(level.c_str(), 0700);
     chmod(leaking.c_str(), 0700);
-    const soak_daemon daemons[] = {{level, directory.path + "/1", ""},
-                                   {leaking, directory.path + "/2", ""}};
-    soak_report report;
-    soak_watch watches[] = {soak_watch(report, 50ms), soak_watch(report, 50ms)};
+    const daemon_process daemons[] = {{level, directory.path + "/1", ""},
+                                      {leaking, directory.path + "/2", ""}};
+    reporter report;
+    resource_monitor monitors[] = {resource_monitor(report, 50ms), resource_monitor(report, 50ms)};
     for (std::size_t turn = 0; turn < 44; ++turn) {
         if (turn == 16) {
-            const std::size_t before = daemons[1].look().descriptors;
+            const std::size_t before = daemons[1].usage().descriptors;
             static_cast<void>(directory.write("2/soak.conf.leak", ""));
-            ASSERT_TRUE(wait_until([&] { return daemons[1].look().descriptors == before + 2; }));
+            ASSERT_TRUE(wait_until([&] { return daemons[1].usage().descriptors == before + 2; }));
         }
         for (const std::size_t at : {0U, 1U}) {
-            EXPECT_TRUE(wait_until([&] { return watches[at].step(daemons[at], turn * 50); }));
+            EXPECT_TRUE(
+                wait_until([&] { return monitors[at].sample_if_due(daemons[at], turn * 50); }));
         }
     }
-    EXPECT_EQ(violated_by([&] { watches[0].judge(); }), checks{});
-    EXPECT_EQ(violated_by([&] { watches[1].judge(); }),
-              (checks{"descriptors stay level", "memory grows by the header lists alone"}));
-    EXPECT_EQ(violated_by([&] { soak_watch(report).judge(); }), checks{"the soak is long enough"});
+    EXPECT_EQ(failed_by([&] { monitors[0].judge(); }), checks{});
+    EXPECT_EQ(failed_by([&] { monitors[1].judge(); }),
+              (checks{"descriptors stay level", "memory grows only by the header lists"}));
+    EXPECT_EQ(failed_by([&] { resource_monitor(report).judge(); }),
+              checks{"the run is long enough"});
 }
 
 namespace {
 
-/// The soak's installation, with a client of its server in the daemon's place.
-struct soaked : testing::Test {
-    soaked() {
+/// The soak's installation, with an HTTP client instead of the daemon.
+struct soak_faults : testing::Test {
+    soak_faults() {
         options.zorvins = 2;
         options.http_port = 0;
         options.fusion = true;
-        lab.emplace(record, options);
-        record.on_message([this](const peers::message& what) { judge.see(what); });
+        installation.emplace(journal, options);
+        journal.on_message(
+            [this](const peers::message& message) { conversation.observe(message); });
     }
     void request(const std::string& path, const std::string& body) {
-        curl_http::http_client http(lab->server().port());
+        curl_http::http_client http(installation->server().port());
         const std::string url = "http://127.0.0.1:/v2/zorvins/" + path;
         static_cast<void>(body.empty() ? http.get(url) : http.post_json(url, body));
     }
-    void attach_anew() {
+    void attach_again() {
         request("attach", R"({"type":"zorvin","version":"v1"})");
         request("1/msg", R"({"cmd":"associate","success":true})");
     }
-    [[nodiscard]] bool is_whole() {
-        const peers::rest_server_faults faults = lab->server().faults();
-        return lab->server().running() && !faults.silent && faults.delay.count() == 0 &&
+    [[nodiscard]] bool is_healthy() {
+        const peers::rest_server_faults faults = installation->server().faults();
+        return installation->server().running() && !faults.silent && faults.delay.count() == 0 &&
                !faults.cut && !faults.status;
     }
 
     log_file file;
-    soak_record judge{file.report, soak_bots(2), commands.at("attach").text};
-    peers::journal record;
+    conversation_checker conversation{file.report, two_bots(), commands.at("attach").text};
+    peers::journal journal;
     peers::installation_options options;
-    std::optional<peers::installation> lab;
+    std::optional<peers::installation> installation;
 };
 
 } // namespace
 
-TEST_F(soaked, an_outage_owes_one_line_and_a_return) {
-    const checks lines = {"an outage gives one line in the log"};
-    const checks session = {"what is no outage keeps the session"};
+TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
+    const checks lines = {"an outage is logged once"};
+    const checks session = {"only an outage ends the session"};
     enum kind { stopped, silent, slow, cutting, error_status };
-    enum reaction { poll, attaching, dismissed, none };
+    enum reaction { polling, attaching, disconnected, none };
     const struct {
         kind fault;
         int lines; // that the daemon logs
         reaction then;
-        checks violated;
+        checks failed;
     } rows[] = {
         {stopped, 1, attaching, {}},
         {stopped, 0, attaching, lines},
         {stopped, 2, attaching, lines},
-        {silent, 1, poll, {}},
-        {silent, 2, poll, lines},
-        {cutting, 0, poll, {}},
-        {slow, 0, poll, {}},
-        {slow, 1, poll, lines},
+        {silent, 1, polling, {}},
+        {silent, 2, polling, lines},
+        {cutting, 0, polling, {}},
+        {slow, 0, polling, {}},
+        {slow, 1, polling, lines},
         {slow, 0, attaching, session},
         {error_status, 0, attaching, session},
-        {error_status, 0, dismissed, {}},
+        {error_status, 0, disconnected, {}},
         {cutting, 0, none, {"the daemon comes back"}},
     };
     const auto go_through = [this](server_faults& faults, const auto& row) {
-        attach_anew();
+        attach_again();
         faults.begin(row.fault, 0ms);
-        EXPECT_FALSE(is_whole());
+        EXPECT_FALSE(is_healthy());
         for (int line = 0; line < row.lines; ++line) {
             file.add("[1] request to http://a failed: x\n");
         }
-        if (row.then == dismissed) {
-            play(judge, "disconnect");
+        if (row.then == disconnected) {
+            play(conversation, "disconnect");
         }
-        faults.step(soak_clock::now());
-        EXPECT_TRUE(is_whole());
-        faults.step(soak_clock::now() + (row.then == none ? 31s : 29s));
-        EXPECT_FALSE(faults.calm()) << "nothing was heard of the daemon yet";
-        if (row.then == attaching || row.then == dismissed) {
-            attach_anew();
+        faults.step(steady_clock::now());
+        EXPECT_TRUE(is_healthy());
+        faults.step(steady_clock::now() + (row.then == none ? 31s : 29s));
+        EXPECT_FALSE(faults.recovered()) << "the daemon has not come back yet";
+        if (row.then == attaching || row.then == disconnected) {
+            attach_again();
         } else {
             request("1/msg", "");
         }
-        faults.step(soak_clock::now());
-        EXPECT_TRUE(faults.calm());
-        play(judge, "rubbish");
-        EXPECT_TRUE(judge.owes_reply()) << "what is lost from now on counts";
-        play(judge, std::string("<") + object_error);
+        faults.step(steady_clock::now());
+        EXPECT_TRUE(faults.recovered());
+        play(conversation, "malformed");
+        EXPECT_TRUE(conversation.awaiting_reply()) << "losses are no longer excused";
+        play(conversation, std::string("<") + object_error);
     };
     for (const auto& row : rows) {
-        server_faults faults(*lab, judge, file.log, file.report, 1);
-        EXPECT_EQ(violated_by([&] { go_through(faults, row); }), row.violated)
+        server_faults faults(*installation, conversation, file.log, file.report, 1);
+        EXPECT_EQ(failed_by([&] { go_through(faults, row); }), row.failed)
             << row.fault << " " << row.lines;
     }
 }

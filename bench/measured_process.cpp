@@ -1,4 +1,4 @@
-#include "bench/subject.h"
+#include "bench/measured_process.h"
 
 #include <algorithm>
 #include <chrono>
@@ -14,11 +14,11 @@
 namespace csi_bench {
 namespace {
 
-constexpr std::chrono::seconds bound(60);
+constexpr std::chrono::seconds timeout(60);
 
 } // namespace
 
-double subject::start(std::vector<std::string> arguments, std::size_t posts) {
+double measured_process::start(std::vector<std::string> arguments, std::size_t posts) {
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
@@ -34,17 +34,21 @@ double subject::start(std::vector<std::string> arguments, std::size_t posts) {
         _exit(127);
     }
     wait_for_posts(before + posts);
+    return std::chrono::duration<double, std::nano>(attach_time() - begin).count();
+}
+
+std::chrono::steady_clock::time_point measured_process::attach_time() const {
     const auto requests = server_.requests();
     const auto attach = std::find_if(requests.rbegin(), requests.rend(), [](const auto& request) {
         return request.path == "/v2/zorvins/attach";
     });
     if (attach == requests.rend()) {
-        throw std::runtime_error("posts without an attach");
+        throw std::runtime_error("the program posts, but does not attach");
     }
-    return std::chrono::duration<double, std::nano>(attach->when - begin).count();
+    return attach->when;
 }
 
-void subject::stop() {
+void measured_process::stop() {
     if (pid_ > 0) {
         kill(pid_, SIGTERM);
         waitpid(pid_, nullptr, 0);
@@ -52,26 +56,26 @@ void subject::stop() {
     }
 }
 
-double subject::cpu_time() const {
+double measured_process::cpu_time() const {
     clockid_t clock{};
     timespec used{};
     if (clock_getcpuclockid(pid_, &clock) != 0 || clock_gettime(clock, &used) != 0) {
-        throw std::runtime_error("no CPU time: the process has ended");
+        throw std::runtime_error("no CPU time: the process has exited");
     }
     return static_cast<double>(used.tv_sec) * 1e9 + static_cast<double>(used.tv_nsec);
 }
 
-double subject::memory(const std::string& what) const {
+double measured_process::memory(const std::string& entry) const {
     std::ifstream summary("/proc/" + std::to_string(pid_) + "/smaps_rollup");
     for (std::string word; summary >> word;) {
-        if (double size = 0; word == what + ":" && summary >> size) {
+        if (double size = 0; word == entry + ":" && summary >> size) {
             return size;
         }
     }
-    throw std::runtime_error("the kernel does not tell " + what);
+    throw std::runtime_error("no " + entry + " in smaps_rollup");
 }
 
-double subject::serve(std::size_t commands) {
+double measured_process::serve(std::size_t commands) {
     const std::size_t posts = server_.posts();
     const double before = cpu_time();
     for (std::size_t command = 0; command < commands; ++command) {
@@ -81,16 +85,16 @@ double subject::serve(std::size_t commands) {
     return (cpu_time() - before) / static_cast<double>(commands);
 }
 
-void subject::wait_for_posts(std::size_t count) {
-    // A benchmark is too short for the server to forget any.
+void measured_process::wait_for_posts(std::size_t count) {
+    // The server keeps enough requests for a whole benchmark.
     const auto enough = [count](const auto& requests) {
         const auto posts = std::count_if(requests.begin(), requests.end(), [](const auto& request) {
             return request.method == "POST";
         });
         return static_cast<std::size_t>(posts) >= count;
     };
-    if (!server_.wait_for(enough, bound)) {
-        throw std::runtime_error("only " + std::to_string(server_.posts()) + " posts of " +
+    if (!server_.wait_for(enough, timeout)) {
+        throw std::runtime_error("only " + std::to_string(server_.posts()) + " POSTs instead of " +
                                  std::to_string(count));
     }
 }
