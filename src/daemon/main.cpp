@@ -42,6 +42,23 @@ bool lacks_key(const configuration& settings, const std::string& key, const std:
     return lacks;
 }
 
+/// Runs the client until it ends; the exit status.
+int serve(const std::string& program, configuration& settings) {
+    csi_receiver::descriptor signals(csi_receiver::create_signal_descriptor());
+    if (!signals.is_open()) {
+        print("Error initializing signal handling\n");
+        return 1;
+    }
+    if (csi_receiver::is_preemptive_kernel()) {
+        print("Running with a preemptive kernel\n");
+    }
+    run_client(signals.get(), settings);
+    print("Closing monitor client\n");
+    signals.reset();
+    print({"Exiting ", program, "\n"});
+    return 0;
+}
+
 int run_daemon(const std::vector<std::string>& arguments) {
     const std::string program = base_name(arguments.empty() ? "" : arguments[0]);
     if (arguments.size() < 2) {
@@ -72,19 +89,7 @@ int run_daemon(const std::vector<std::string>& arguments) {
     settings["version"] = csi_receiver::version();
     settings["file"] = path;
     settings["execname"] = program;
-    csi_receiver::descriptor signals(csi_receiver::create_signal_descriptor());
-    if (!signals.is_open()) {
-        print("Error initializing signal handling\n");
-        return 1;
-    }
-    if (csi_receiver::is_preemptive_kernel()) {
-        print("Running with a preemptive kernel\n");
-    }
-    run_client(signals.get(), settings);
-    print("Closing monitor client\n");
-    signals.reset();
-    print({"Exiting ", program, "\n"});
-    return 0;
+    return serve(program, settings);
 }
 
 } // namespace
