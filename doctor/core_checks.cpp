@@ -98,6 +98,10 @@ void check_core_service(const csi_receiver::zorvin_entry& zorvin, bool is_last, 
             check_info_reply(*reply.text, at, findings);
         }
     }
+    const timed_reply bots = ask_core(zorvin.address, R"({"cmd":"active_bots"})");
+    if (check_answered(bots, where, "the daemon will find none of its Bots", findings)) {
+        check_active_bots_reply(*bots.text, where, findings);
+    }
 }
 
 } // namespace csi_doctor

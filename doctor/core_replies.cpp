@@ -43,21 +43,41 @@ bool is_read_as_text(std::string_view name) {
     return name == "iftype" || name == "bssid" || name == "ssid" || name == "driver_name";
 }
 
+/// `wanted`: what the daemon reads the member as.
+void report_wrong_type(std::string_view name, const json::value& member, const char* wanted,
+                       const std::string& where, report& findings) {
+    findings.fail(where,
+                  "the core service reports " + quoted(name) + ":" +
+                      printable(json::write(member).substr(0, 60)) +
+                      ", a wrong type that makes the daemon abort with status 134",
+                  std::string("update the core service: it must send ") + wanted);
+}
+
 /// False, with a finding, when the daemon reads the member as another type.
 bool check_type(std::string_view name, const json::value& member, const std::string& where,
                 report& findings) {
     const bool wrong_integer = is_read_as_integer(name) && !member.IsInt();
     const bool wrong_text = is_read_as_text(name) && !member.IsString();
-    if (!wrong_integer && !wrong_text) {
-        return true;
+    if (wrong_integer || wrong_text) {
+        report_wrong_type(name, member, wrong_integer ? "a 32-bit integer" : "a string", where,
+                          findings);
     }
-    findings.fail(where,
-                  "the core service reports " + quoted(name) + ":" +
-                      printable(json::write(member).substr(0, 60)) +
-                      ", a wrong type that makes the daemon abort with status 134",
-                  std::string("update the core service: it must send ") +
-                      (wrong_integer ? "a 32-bit integer" : "a string"));
-    return false;
+    return !wrong_integer && !wrong_text;
+}
+
+void check_active_bot(const json::value& bot, const std::string& where, report& findings) {
+    if (!bot.IsObject()) {
+        report_wrong_type("bots", bot, "an array of objects", where, findings);
+        return;
+    }
+    const json::value* const uuid = json::find(bot, "uuid");
+    const json::value* const count = json::find(bot, "count");
+    if (uuid != nullptr && !uuid->IsString()) {
+        report_wrong_type("uuid", *uuid, "a string", where, findings);
+    }
+    if (count != nullptr && !count->IsUint64()) {
+        report_wrong_type("count", *count, "an unsigned integer", where, findings);
+    }
 }
 
 void read_member(std::string_view name, const json::value& member, interface_facts& facts) {
@@ -132,6 +152,23 @@ void check_info_reply(const std::string& reply, const std::string& where, report
     }
     if (all_readable) {
         check_facts(facts, where, findings);
+    }
+}
+
+void check_active_bots_reply(const std::string& reply, const std::string& where, report& findings) {
+    const json::document answer = json::parse(reply);
+    if (!answer.IsObject()) {
+        explain_not_an_object(reply, "the answer to \"active_bots\"", where,
+                              "the daemon will find none of its Bots", findings);
+        return;
+    }
+    const json::value* const bots = json::find(answer, "bots");
+    if (bots != nullptr && !bots->IsArray()) {
+        report_wrong_type("bots", *bots, "an array of objects", where, findings);
+    } else if (bots != nullptr) {
+        for (const json::value& bot : bots->GetArray()) {
+            check_active_bot(bot, where, findings);
+        }
     }
 }
 

@@ -20,4 +20,7 @@ constexpr const char* skips_interface =
 /// Checks a reply to "info". Takes any text: wrong types, which end the daemon, become findings.
 void check_info_reply(const std::string& reply, const std::string& where, report& findings);
 
+/// Checks a reply to "active_bots" likewise; no finding when the daemon can read it.
+void check_active_bots_reply(const std::string& reply, const std::string& where, report& findings);
+
 } // namespace csi_doctor

@@ -219,6 +219,28 @@ TEST(doctor, info_replies) {
     }
 }
 
+TEST(doctor, active_bots_replies) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"{}", nullptr},
+        {R"({"bots":[{"uuid":"1","count":4294967296,"x":[]},{}]})", nullptr},
+        {"[]", "the answer to \"active_bots\" is not a JSON object"},
+        {R"({"bots":{}})", R"("bots":{}, a wrong type)"},
+        {R"({"bots":["1"]})", R"("bots":"1", a wrong type)"},
+        {R"({"bots":[{"uuid":1}]})", R"("uuid":1, a wrong type)"},
+        {R"({"bots":[{"count":-1}]})", R"("count":-1, a wrong type)"},
+        {R"({"bots":[{"count":1.0}]})", R"("count":1.0, a wrong type)"},
+    };
+    for (const auto& [reply, words] : rows) {
+        report found;
+        check_active_bots_reply(reply, "core service", found);
+        if (words == nullptr) {
+            EXPECT_TRUE(found.all().empty()) << reply;
+        } else {
+            expect_finding(found, 2, words);
+        }
+    }
+}
+
 TEST(doctor, log_directory) {
     const temporary_directory directory;
     static_cast<void>(directory.write("file", ""));

@@ -87,8 +87,7 @@ json::document engine_commands::execute(const std::string& text, json::document&
     if (word == "start") {
         start(engine, targets);
     }
-    json::document reply = is_fusion_engine(engine) ? ask_fusion(text, message, selected, targets)
-                                                    : ask_local_engine(text, message, targets);
+    json::document reply = forward(engine, text, message, selected, targets);
     if (word == "stop") {
         stop(engine, targets);
     }
@@ -96,6 +95,16 @@ json::document engine_commands::execute(const std::string& text, json::document&
         reply.EraseMember("ifname"); // keeps the order of the others
     }
     return reply;
+}
+
+json::document engine_commands::forward(const std::string& engine, const std::string& text,
+                                        json::document& message, const bot_record* selected,
+                                        const targets_type& targets) {
+    if (state_.shutting_down()) {
+        return {};
+    }
+    return is_fusion_engine(engine) ? ask_fusion(text, message, selected, targets)
+                                    : ask_local_engine(text, message, targets);
 }
 
 engine_commands::targets_type engine_commands::find_targets(json::document& message,
@@ -119,6 +128,9 @@ engine_commands::targets_type engine_commands::find_targets(json::document& mess
 
 void engine_commands::start(const std::string& engine, const targets_type& targets) {
     for (bot_record* const bot : targets) {
+        if (state_.shutting_down()) {
+            return;
+        }
         start_sounding(*bot, state_.core_rate());
         std::vector<std::string>& engines = bot->engines;
         const bool runs = std::find(engines.begin(), engines.end(), engine) != engines.end();
@@ -134,7 +146,7 @@ void engine_commands::stop(const std::string& engine, const targets_type& target
     for (bot_record* const bot : targets) {
         std::vector<std::string>& engines = bot->engines;
         engines.erase(std::remove(engines.begin(), engines.end(), engine), engines.end());
-        if (engines.empty()) {
+        if (engines.empty() && !state_.shutting_down()) {
             stop_sounding(*bot);
             log_prefix() << "engine list for bot " << bot->uuid << " empty, stopping bot";
         }

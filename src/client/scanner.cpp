@@ -1,5 +1,6 @@
 #include "client/scanner.h"
 
+#include <new>
 #include <unordered_set>
 
 #include "core/bot_commands.h"
@@ -19,7 +20,7 @@ scanner::scanner(client_state& state, routing_table& routing, rest_session& sess
     , session_(session)
     , identity_(identity)
     , timer_(
-          period_ms, [this] { return check(); }, 0) {}
+          period_ms, [this] { return check_or_retry(); }, 0) {}
 
 scanner::~scanner() {
     finish();
@@ -52,12 +53,22 @@ void scanner::start() {
         }
     }
     countdown_ = checks_per_scan;
+    report_sent_ = false;
     in_progress_ = true;
     {
         const std::lock_guard<std::mutex> lock(lists_mutex_);
         found_.clear();
     }
     timer_.start(0);
+}
+
+/// Memory that is refused must not end the process from a timer's thread: the next check resumes.
+bool scanner::check_or_retry() {
+    try {
+        return check();
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
 }
 
 bool scanner::check() {
@@ -108,8 +119,9 @@ bool scanner::is_over() {
 }
 
 void scanner::end_scan() {
-    if (!quiet_) {
+    if (!quiet_ && !report_sent_) {
         send_report();
+        report_sent_ = true;
         log_prefix() << "Scan complete";
     }
     for (bot_record& bot : routing_.bots()) {

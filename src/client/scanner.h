@@ -52,6 +52,7 @@ public:
     void finish();
 
 private:
+    bool check_or_retry();
     void look_for_bots(const zorvin_entry& zorvin);
     void end_scan();
     void send_report();
@@ -65,6 +66,7 @@ private:
     std::atomic<bool> quiet_{false};       // raised by the main loop, lowered by a scan's end
     std::atomic<bool> in_progress_{false}; // raised by start, lowered by a scan's end
     int countdown_ = 0;                    // checks that are left; check's while in progress
+    bool report_sent_ = false;             // check's while in progress
     std::mutex lists_mutex_;               // guards both lists; never held across a request
     std::vector<std::string> found_;       // uuids, in the order in which the scan found them
     std::vector<std::string> reported_;    // uuids that the server was last told

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -29,6 +30,15 @@ std::uint32_t http_port(configuration& settings) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(port, UINT32_MAX));
 }
 
+/// For the destructor, which must not throw: what needs memory that is refused is left out.
+void try_despite_no_memory(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+}
+
 } // namespace
 
 pacing::time monotonic_now() {
@@ -48,11 +58,11 @@ zorvin_client::zorvin_client(int signal_descriptor, configuration& settings, int
 
 zorvin_client::~zorvin_client() {
     state_.stop = true; // a scan in progress sends nothing new
-    log_prefix() << "Stopping the Zorvin client";
+    try_despite_no_memory([] { log_prefix() << "Stopping the Zorvin client"; });
     scanner_.finish();
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
         for (const std::string& ifname : zorvin.interfaces) {
-            core_del_interface(zorvin.address, ifname);
+            try_despite_no_memory([&] { core_del_interface(zorvin.address, ifname); });
         }
     }
 }
@@ -87,7 +97,7 @@ bool zorvin_client::start_up() {
         return false;
     }
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
-        add_interfaces(zorvin);
+        add_interfaces(zorvin, [this] { return state_.shutting_down(); });
         if (!check_interfaces(zorvin)) {
             return false;
         }
@@ -123,7 +133,7 @@ bool zorvin_client::wait_for_core_services() {
     while (true) {
         bool last_answers = false; // the last Zorvin decides for all: kept for compatibility
         for (const zorvin_entry& zorvin : routing_.zorvins()) {
-            last_answers = core_ping(zorvin.address);
+            last_answers = !state_.shutting_down() && core_ping(zorvin.address);
         }
         if (read_signal(signal_descriptor_)) {
             log_prefix() << "Error connecting to core service";
@@ -143,6 +153,9 @@ bool zorvin_client::wait_for_core_services() {
 bool zorvin_client::check_interfaces(const zorvin_entry& zorvin) {
     bool is_first = true; // per entry: the last entry that has an access point decides
     for (const std::string& ifname : zorvin.interfaces) {
+        if (state_.shutting_down()) {
+            return true; // the main loop reads the signal and ends
+        }
         const interface_info info = core_interface_info(zorvin.address, ifname);
         if (info.iftype.empty()) {
             continue;
@@ -180,6 +193,9 @@ void zorvin_client::save_csi() {
     }
     const std::string& filename = get(settings_, "csi_file");
     for (const zorvin_entry& zorvin : routing_.zorvins()) {
+        if (state_.shutting_down()) {
+            return;
+        }
         if (core_save_csi(zorvin.address, filename)) {
             log_prefix() << "Saving CSI to " << filename << " on zorvind " << zorvin.address;
         } else {

@@ -8,7 +8,9 @@
 namespace csi_receiver {
 
 std::vector<std::string> core_active_bots(const std::string& address) {
-    const json::document reply = core_request(address, make_request("active_bots"));
+    const json::document request = make_request("active_bots");
+    const json::document reply = core_request(address, request);
+    const reading_of_reply reading(address, request, reply);
     const json::value* bots = reply.IsObject() ? json::find(reply, "bots") : nullptr;
     std::vector<std::string> uuids;
     if (bots == nullptr) {
@@ -41,7 +43,7 @@ bool core_sounding(const zorvin_entry& zorvin, const bot_record& bot, std::uint3
     json::set(request, "hwaddr", bot.hwaddr, memory);
     json::set(request, "quiet", json::value(quiet), memory);
     json::set(request, "rate", json::value(rate), memory);
-    return reports_success(core_request(zorvin.address, request));
+    return succeeds(zorvin.address, request);
 }
 
 bool start_sounding(bot_record& bot, std::uint32_t rate) {

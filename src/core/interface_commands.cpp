@@ -8,11 +8,10 @@
 namespace csi_receiver {
 namespace {
 
-json::document ask_about(const std::string& address, std::string_view command,
-                         const std::string& ifname) {
+json::document request_about(std::string_view command, const std::string& ifname) {
     json::document request = make_request(command);
     json::set(request, "ifname", ifname, request.GetAllocator());
-    return core_request(address, request);
+    return request;
 }
 
 std::string* text_field(interface_info& info, std::string_view name) {
@@ -37,15 +36,17 @@ bool core_ping(const std::string& address) {
 }
 
 bool core_add_interface(const std::string& address, const std::string& ifname) {
-    return reports_success(ask_about(address, "add_interface", ifname));
+    return succeeds(address, request_about("add_interface", ifname));
 }
 
 bool core_del_interface(const std::string& address, const std::string& ifname) {
-    return reports_success(ask_about(address, "del_interface", ifname));
+    return succeeds(address, request_about("del_interface", ifname));
 }
 
 std::vector<std::string> core_get_interfaces(const std::string& address) {
-    const json::document reply = core_request(address, make_request("get_interfaces"));
+    const json::document request = make_request("get_interfaces");
+    const json::document reply = core_request(address, request);
+    const reading_of_reply reading(address, request, reply);
     const json::value* interfaces = reply.IsObject() ? json::find(reply, "interfaces") : nullptr;
     std::vector<std::string> names;
     if (interfaces != nullptr) {
@@ -59,10 +60,12 @@ std::vector<std::string> core_get_interfaces(const std::string& address) {
 interface_info core_interface_info(const std::string& address, const std::string& ifname) {
     interface_info info;
     info.ifname = ifname;
-    const json::document reply = ask_about(address, "info", ifname);
+    const json::document request = request_about("info", ifname);
+    const json::document reply = core_request(address, request);
     if (!reply.IsObject()) {
         return info;
     }
+    const reading_of_reply reading(address, request, reply);
     for (const auto& member : reply.GetObject()) {
         const std::string_view name = json::text_of(member.name);
         if (std::int32_t* number = number_field(info, name)) {
@@ -83,8 +86,11 @@ bool core_save_csi(const std::string& address, const std::string& filename) {
     return success != nullptr && success->IsTrue();
 }
 
-void add_interfaces(const zorvin_entry& zorvin) {
+void add_interfaces(const zorvin_entry& zorvin, const std::function<bool()>& stop) {
     for (const std::string& ifname : zorvin.interfaces) {
+        if (stop && stop()) {
+            return;
+        }
         core_add_interface(zorvin.address, ifname);
     }
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -42,7 +43,8 @@ bool core_del_interface(const std::string& address, const std::string& ifname);
 /// type in this reply counts as failure.
 [[nodiscard]] bool core_save_csi(const std::string& address, const std::string& filename);
 
-/// Adds all interfaces of the entry, in order; failures are ignored.
-void add_interfaces(const zorvin_entry& zorvin);
+/// Adds the interfaces of the entry, in order; failures are ignored. `stop`, if any, is asked
+/// before each one: true leaves out the rest.
+void add_interfaces(const zorvin_entry& zorvin, const std::function<bool()>& stop = {});
 
 } // namespace csi_receiver

@@ -1,5 +1,6 @@
 #include "core/requests.h"
 
+#include "core/core_request.h"
 #include "daemon/log.h"
 #include "platform/udp_client.h"
 
@@ -35,7 +36,19 @@ json::document make_request(std::string_view command) {
     return request;
 }
 
-bool reports_success(const json::document& reply) {
+std::string reading_of_reply::describe() const {
+    constexpr std::size_t longest_reply = 500;
+    std::string reply = json::write(reply_);
+    if (reply.size() > longest_reply) {
+        reply = reply.substr(0, longest_reply) + "...";
+    }
+    return "core service " + address_ + " broke its protocol: it answered " +
+           json::write(request_) + " with " + reply;
+}
+
+bool succeeds(const std::string& address, const json::document& request) {
+    const json::document reply = core_request(address, request);
+    const reading_of_reply reading(address, request, reply);
     const json::value* success = reply.IsObject() ? json::find(reply, "success") : nullptr;
     return success != nullptr && success->GetBool();
 }

@@ -26,10 +26,30 @@ using attempt_timeouts = std::array<int, 2>;
 /// Parses a reply, and logs it when it is not an object.
 [[nodiscard]] json::document parse_reply(const std::string& reply);
 
+/// To be alive while a core service's reply is read: a member of the wrong type then ends the
+/// process with a line that says whose reply it was, and to which request. Borrows what it is
+/// given.
+class reading_of_reply : public json::assertion_context {
+public:
+    reading_of_reply(const std::string& address, const json::value& request,
+                     const json::value& reply)
+        : address_(address)
+        , request_(request)
+        , reply_(reply) {}
+
+    [[nodiscard]] std::string describe() const override;
+
+private:
+    const std::string& address_;
+    const json::value& request_;
+    const json::value& reply_;
+};
+
 /// {"cmd": command}, to which the caller adds members.
 [[nodiscard]] json::document make_request(std::string_view command);
 
-/// The reply's "success"; false when it has none. Anything but a boolean ends the process.
-[[nodiscard]] bool reports_success(const json::document& reply);
+/// Sends the request to the core service and returns the reply's "success"; false when it has none.
+/// Anything but a boolean ends the process.
+[[nodiscard]] bool succeeds(const std::string& address, const json::document& request);
 
 } // namespace csi_receiver

@@ -4,17 +4,15 @@
 #include <cstdio>
 #include <iostream>
 #include <mutex>
+#include <new>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-
-#include "platform/descriptor.h"
 
 namespace csi_receiver {
 
 std::string log_path;
 std::string log_file;
-std::ofstream log_out;
+log_stream log_out;
 
 namespace {
 
@@ -68,31 +66,8 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &status) == 0;
 }
 
-/// A stream does not reveal its descriptor: looks for all that refer to the same file.
-void close_log_on_exec(int same_file) {
-    constexpr int search_limit = 4096;
-    struct stat wanted {};
-    fstat(same_file, &wanted);
-    for (int fd = 0; fd < search_limit; ++fd) {
-        struct stat status {};
-        if (fstat(fd, &status) == 0 && status.st_dev == wanted.st_dev &&
-            status.st_ino == wanted.st_ino) {
-            fcntl(fd, F_SETFD, FD_CLOEXEC);
-        }
-    }
-}
-
 void open_locked(const std::string& path) {
-    // Created here so that only the owner may write it, whatever the process's file mask.
-    constexpr mode_t mode = 0644;
-    const descriptor created(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode));
-    // Unbuffered: each line is written by itself, and what a full disk refuses must not come later.
-    log_out.rdbuf()->pubsetbuf(nullptr, 0);
-    log_out.open(path, std::ios::out | std::ios::trunc);
-    if (created.is_open()) {
-        fchmod(created.get(), mode);
-        close_log_on_exec(created.get());
-    }
+    log_out.open(path);
     state().position = 0;
     state().torn = false;
 }
@@ -113,8 +88,13 @@ void give_back_locked() {
 } // namespace
 
 log_line::~log_line() {
-    text_ += '\n';
-    print(text_);
+    try {
+        text_ += '\n';
+    } catch (const std::bad_alloc&) {
+        print({text_, "\n"});
+        return;
+    }
+    print(text_); // in one write
 }
 
 log_line log_prefix() {
@@ -140,14 +120,29 @@ std::string format_log_prefix(std::time_t time) {
 }
 
 void print(std::string_view text) {
+    print({text});
+}
+
+void print(std::initializer_list<std::string_view> texts) {
     const std::lock_guard<std::mutex> lock(state().mutex);
-    print_locked(text);
+    for (const std::string_view text : texts) {
+        print_locked(text);
+    }
 }
 
 void print_to_console(std::string_view text) {
     const std::lock_guard<std::mutex> lock(state().mutex);
     std::streambuf* own = state().own_output;
     std::ostream console(own != nullptr ? own : std::cout.rdbuf());
+    write_locked(console, text);
+}
+
+void print_error(std::string_view text) {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    if (state().own_error != nullptr) {
+        print_locked(text);
+    }
+    std::ostream console(state().own_error != nullptr ? state().own_error : std::cerr.rdbuf());
     write_locked(console, text);
 }
 

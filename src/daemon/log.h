@@ -5,11 +5,14 @@
 #pragma once
 
 #include <ctime>
-#include <fstream>
+#include <initializer_list>
+#include <ios>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
+
+#include "daemon/log_stream.h"
 
 namespace csi_receiver {
 
@@ -17,7 +20,7 @@ namespace csi_receiver {
 /// closed until the client opens the log.
 extern std::string log_path;
 extern std::string log_file;
-extern std::ofstream log_out;
+extern log_stream log_out;
 
 /// A log file of more bytes than this is rotated.
 constexpr std::streamoff log_size_limit = 2097152;
@@ -52,12 +55,17 @@ private:
 /// "[2026-3-7_9:5:1] ": UTC, without padding.
 [[nodiscard]] std::string format_log_prefix(std::time_t time);
 
-/// Writes the text as it is, without a prefix.
+/// Writes the texts as they are, one after the other and without a prefix. Allocates no memory.
 void print(std::string_view text);
+void print(std::initializer_list<std::string_view> texts);
 
 /// Writes the text to the standard output that the process was started with, wherever standard
 /// output points now.
 void print_to_console(std::string_view text);
+
+/// Writes the text to the standard error that the process was started with, and to the log file
+/// while that is in use.
+void print_error(std::string_view text);
 
 /// Makes room for a new log at `path`: the file becomes ".1", ".1" becomes ".2" and ".2" becomes
 /// ".3". Does nothing when the file is absent or empty. Failures are ignored.

@@ -1,6 +1,7 @@
 // The entry point: from the command line to a running client and back.
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,7 @@ namespace {
 
 using csi_receiver::configuration;
 
-void say(const std::string& line) {
-    csi_receiver::print(line + "\n");
-}
+using csi_receiver::print; // needs no memory, of which there may be none
 
 /// The last part of a path; both kinds of slash separate parts.
 std::string base_name(const std::string& path) {
@@ -30,8 +29,7 @@ void run_client(int signal_descriptor, configuration& settings) {
         csi_receiver::zorvin_client client(signal_descriptor, settings);
         client.run();
     } catch (const std::exception& failure) {
-        say(std::string("EXCEPTION: ") + failure.what());
-        say("Error starting monitor");
+        print({"EXCEPTION: ", failure.what(), "\nError starting monitor\n"});
     }
 }
 
@@ -39,21 +37,38 @@ bool lacks_key(const configuration& settings, const std::string& key, const std:
                const std::string& path) {
     const bool lacks = !csi_receiver::has_key(settings, key);
     if (lacks) {
-        say("Set \"" + hint + "\" in " + path);
+        print({"Set \"", hint, "\" in ", path, "\n"});
     }
     return lacks;
+}
+
+/// Runs the client until it ends; the exit status.
+int serve(const std::string& program, configuration& settings) {
+    csi_receiver::descriptor signals(csi_receiver::create_signal_descriptor());
+    if (!signals.is_open()) {
+        print("Error initializing signal handling\n");
+        return 1;
+    }
+    if (csi_receiver::is_preemptive_kernel()) {
+        print("Running with a preemptive kernel\n");
+    }
+    run_client(signals.get(), settings);
+    print("Closing monitor client\n");
+    signals.reset();
+    print({"Exiting ", program, "\n"});
+    return 0;
 }
 
 int run_daemon(const std::vector<std::string>& arguments) {
     const std::string program = base_name(arguments.empty() ? "" : arguments[0]);
     if (arguments.size() < 2) {
-        say(program + " conf_file");
+        print({program, " conf_file\n"});
         return 1;
     }
     const std::string& path = arguments[1];
     configuration settings = csi_receiver::read_configuration(path, '=');
     if (settings.empty()) {
-        say("config empty or file " + path + " could not be opened");
+        print({"config empty or file ", path, " could not be opened\n"});
         return 1;
     }
     if (lacks_key(settings, "zorvin_uuid", "zorvin_uuid=<uuid>", path)) {
@@ -74,24 +89,17 @@ int run_daemon(const std::vector<std::string>& arguments) {
     settings["version"] = csi_receiver::version();
     settings["file"] = path;
     settings["execname"] = program;
-    csi_receiver::descriptor signals(csi_receiver::create_signal_descriptor());
-    if (!signals.is_open()) {
-        say("Error initializing signal handling");
-        return 1;
-    }
-    if (csi_receiver::is_preemptive_kernel()) {
-        say("Running with a preemptive kernel");
-    }
-    run_client(signals.get(), settings);
-    say("Closing monitor client");
-    signals.reset();
-    say("Exiting " + program);
-    return 0;
+    return serve(program, settings);
 }
 
 } // namespace
 
 int main(int argc, char* argv[]) {
     csi_receiver::fill_standard_descriptors();
-    return run_daemon(std::vector<std::string>(argv, argv + argc));
+    try {
+        return run_daemon(std::vector<std::string>(argv, argv + argc));
+    } catch (const std::bad_alloc&) { // before there is a client
+        print("EXCEPTION: out of memory\n");
+        return 1;
+    }
 }

@@ -1,5 +1,8 @@
 #include "http/http_client.h"
 
+#include <mutex>
+#include <new>
+
 #include <fcntl.h>
 
 #include "daemon/log.h"
@@ -12,7 +15,11 @@ constexpr long receive_buffer_size = 10240000;
 /// A new list for every POST, never released: libcurl uses the last one for later requests, too.
 /// Kept for compatibility.
 curl_slist* make_json_headers() {
-    return curl_slist_append(nullptr, "Content-Type: application/json");
+    curl_slist* const headers = curl_slist_append(nullptr, "Content-Type: application/json");
+    if (headers == nullptr) {
+        throw std::bad_alloc();
+    }
+    return headers;
 }
 
 long to_long(std::chrono::milliseconds time) {
@@ -22,6 +29,26 @@ long to_long(std::chrono::milliseconds time) {
 int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) {
     fcntl(fd, F_SETFD, FD_CLOEXEC);
     return CURL_SOCKOPT_OK;
+}
+
+/// To HTTP only, whatever else the library speaks, and not in circles.
+void limit_redirects(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 10L);
+#if LIBCURL_VERSION_NUM >= 0x075500
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+#else
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS, long{CURLPROTO_HTTP | CURLPROTO_HTTPS});
+#endif
+}
+
+/// A request that has timed out must not wait until silent name servers have timed out, too. The
+/// resolver's thread ends by itself.
+void leave_resolver_behind(CURL* handle) {
+#if LIBCURL_VERSION_NUM >= 0x075700
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
+#else
+    static_cast<void>(handle);
+#endif
 }
 
 } // namespace
@@ -36,6 +63,8 @@ http_client::http_client(std::uint32_t port, const timeouts& bounds)
         curl_easy_setopt(handle_.get(), CURLOPT_PROXY, "");
         curl_easy_setopt(handle_.get(), CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(handle_.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
+        limit_redirects(handle_.get());
+        leave_resolver_behind(handle_.get());
     }
 }
 
@@ -45,14 +74,14 @@ http_client::~http_client() {
 }
 
 std::string http_client::post_json(const std::string& url, const std::string& body) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     post(url, body);
     return response_;
 }
 
 std::optional<std::string> http_client::post_json_unless_shutting_down(const std::string& url,
                                                                        const std::string& body) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     if (shutting_down()) {
         return std::nullopt;
     }
@@ -71,7 +100,7 @@ void http_client::post(const std::string& url, const std::string& body) {
 }
 
 std::string http_client::get(const std::string& url) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     response_.clear();
     if (handle_ && !shutting_down()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
@@ -82,7 +111,7 @@ std::string http_client::get(const std::string& url) {
 }
 
 std::string http_client::get_with_sink(const std::string& url, void* sink) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<threading::fair_mutex> lock(mutex_);
     response_.clear();
     if (handle_) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
@@ -103,11 +132,12 @@ void http_client::perform(const std::string& url) {
     if (url.empty()) {
         return;
     }
-    curl_easy_setopt(handle_.get(), CURLOPT_URL, url.c_str());
+    // Copied: when that fails, the handle still has the last request's.
+    const CURLcode copied = curl_easy_setopt(handle_.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle_.get(), CURLOPT_PORT, static_cast<long>(port_));
     curl_easy_setopt(handle_.get(), CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(handle_.get(), CURLOPT_BUFFERSIZE, receive_buffer_size);
-    const CURLcode result = curl_easy_perform(handle_.get());
+    const CURLcode result = copied == CURLE_OK ? curl_easy_perform(handle_.get()) : copied;
     if (result == CURLE_OK) {
         connected_ = true;
         return;
@@ -125,7 +155,11 @@ std::size_t http_client::curl_callback(char* data, std::size_t size, std::size_t
     if (data != nullptr) {
         // Each chunk replaces the one before, and the large receive buffer makes a reply arrive as
         // one chunk, as long as it is below libcurl's own limit of 16 KiB: kept for compatibility.
-        static_cast<std::string*>(user)->assign(data, length);
+        try {
+            static_cast<std::string*>(user)->assign(data, length);
+        } catch (const std::bad_alloc&) {
+            return 0; // not through the library's frames: the request fails
+        }
     }
     return length;
 }

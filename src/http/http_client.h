@@ -7,12 +7,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include <curl/curl.h>
+
+#include "platform/fair_mutex.h"
 
 namespace curl_http {
 
@@ -23,7 +24,8 @@ struct timeouts {
     std::chrono::milliseconds sink{200000};
 };
 
-/// One libcurl handle and one response buffer, which all threads share: requests run one at a time.
+/// One libcurl handle and one response buffer, which all threads share: requests run one at a time,
+/// in the order in which the threads came.
 /// Errors are never returned: a failed request gives an empty or partial body and clears
 /// connected(), and only the first failure of an outage is logged. The HTTP status is ignored. One
 /// instance per process, constructed before any other thread starts.
@@ -80,7 +82,7 @@ private:
     const timeouts timeouts_;
     std::atomic<bool> connected_{false};
     std::unique_ptr<CURL, handle_deleter> handle_;
-    std::mutex mutex_; // guards response_ and handle_, for the whole of a request
+    threading::fair_mutex mutex_; // guards response_ and handle_, for the whole of a request
     std::function<bool()> shutdown_test_;
 };
 

@@ -3,12 +3,17 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "daemon/log.h"
+
 namespace json {
 namespace {
+
+thread_local const assertion_context* innermost_context = nullptr;
 
 /// Refuses texts that are nested too deeply and numbers too large for a double: the library reads
 /// 8e308 as infinity, and its writer would stop the text there.
@@ -34,9 +39,37 @@ value name_reference(std::string_view name) {
 
 } // namespace
 
+assertion_context::assertion_context()
+    : outer_(innermost_context) {
+    innermost_context = this;
+}
+
+assertion_context::~assertion_context() {
+    innermost_context = outer_;
+}
+
 void assertion_failed(const char* file, int line, const char* expression) {
+    if (innermost_context != nullptr) {
+        csi_receiver::print_error(innermost_context->describe() + "\n");
+    }
     std::fprintf(stderr, "%s:%d: JSON assertion failed: %s\n", file, line, expression);
     std::abort();
+}
+
+void* system_memory::Malloc(std::size_t size) {
+    return Realloc(nullptr, 0, size);
+}
+
+void* system_memory::Realloc(void* memory, std::size_t /*old_size*/, std::size_t new_size) {
+    if (new_size == 0) {
+        Free(memory);
+        return nullptr;
+    }
+    void* const result = std::realloc(memory, new_size); // NOLINT: as the library allocates
+    if (result == nullptr) {
+        throw std::bad_alloc();
+    }
+    return result;
 }
 
 document parse(std::string_view text) {
@@ -45,7 +78,7 @@ document parse(std::string_view text) {
     rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
     // Iterative: threads with small stacks parse replies, too.
     const auto read = [&](const document& /*result*/) {
-        rapidjson::Reader reader;
+        rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, system_memory> reader;
         return !reader.Parse<rapidjson::kParseIterativeFlag>(stream, result).IsError();
     };
     result.Populate(read);
@@ -53,8 +86,10 @@ document parse(std::string_view text) {
 }
 
 std::string write(const value& from) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    using text_buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, system_memory>;
+    text_buffer buffer;
+    rapidjson::Writer<text_buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, system_memory> writer(
+        buffer);
     from.Accept(writer);
     return {buffer.GetString(), buffer.GetSize()};
 }

@@ -4,13 +4,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace json {
 
-/// Prints the failed assertion to standard error and ends the process.
+/// Prints the failed assertion to standard error, after what the thread's assertion_context
+/// describes, and ends the process.
 [[noreturn]] void assertion_failed(const char* file, int line, const char* expression);
 
 } // namespace json
@@ -28,17 +30,44 @@ namespace json {
 
 namespace json {
 
+/// The system's memory for the library, which does not check for a null pointer: throws
+/// std::bad_alloc instead of returning one.
+struct system_memory {
+    // NOLINTBEGIN(readability-identifier-naming): the library calls them by these names
+    static constexpr bool kNeedFree = true;
+    static void* Malloc(std::size_t size);
+    static void* Realloc(void* memory, std::size_t old_size, std::size_t new_size);
+    static void Free(void* memory) noexcept { std::free(memory); } // NOLINT: as the library frees
+    // NOLINTEND(readability-identifier-naming)
+};
+
 /// Memory of a document, taken 4 KiB at a time, which is enough for nearly every message. With the
 /// library's own 64 KiB some C libraries request memory from the system for every message.
-class allocator : public rapidjson::MemoryPoolAllocator<> {
+class allocator : public rapidjson::MemoryPoolAllocator<system_memory> {
 public:
     allocator()
         : MemoryPoolAllocator(4096) {}
 };
 
-using document = rapidjson::GenericDocument<rapidjson::UTF8<>, allocator>;
+using document = rapidjson::GenericDocument<rapidjson::UTF8<>, allocator, system_memory>;
 using value = document::ValueType;
 static_assert(RAPIDJSON_ALIGN(1) % alignof(value) == 0);
+
+/// What a thread works on: while one lives, an assertion that fails on its thread describes it
+/// first. The innermost one counts.
+class assertion_context {
+public:
+    assertion_context();
+    virtual ~assertion_context();
+    assertion_context(const assertion_context&) = delete;
+    assertion_context& operator=(const assertion_context&) = delete;
+
+    /// One line, without its end.
+    [[nodiscard]] virtual std::string describe() const = 0;
+
+private:
+    const assertion_context* const outer_;
+};
 
 /// Objects and arrays nested deeper than this are refused: the writer and the passes over a
 /// document recurse once per level, and no peer's text may exhaust the stack.

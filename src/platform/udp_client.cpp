@@ -9,24 +9,36 @@
 
 namespace csi_receiver {
 
-udp_client::udp_client(const std::string& address, std::uint16_t port)
+udp_client::udp_client(const std::string& address, std::uint16_t port, const bound_function& bound)
     : address_(address)
     , port_(port)
     , buffer_(receive_buffer_size) {
-    open();
+    open(bound);
 }
 
-void udp_client::open() {
+void udp_client::open(const bound_function& bound) {
     socket_ = descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd() < 1 || !bind_address(fd(), "0.0.0.0", 0)) {
         return;
     }
+    local_port_ = csi_receiver::local_port(fd());
+    if (bound) {
+        bound(local_port_);
+    }
     if (!connect_address(fd(), address_, port_)) {
         socket_.reset();
+        local_port_ = 0;
         return;
     }
-    local_port_ = csi_receiver::local_port(fd());
+    discard_received();
     poll_set_add(polls_, fd(), poll_readable);
+}
+
+/// The system keeps what arrived before the connection, from whatever sender.
+void udp_client::discard_received() {
+    char byte = 0;
+    while (recv(fd(), &byte, sizeof byte, MSG_DONTWAIT) >= 0) {
+    }
 }
 
 udp_client::udp_client(udp_client&& other) noexcept
@@ -57,6 +69,13 @@ void udp_client::close_socket() {
     socket_.reset();
 }
 
+/// A stranger's datagram may still be on its way into the socket while that is connected.
+bool udp_client::is_peer(const sockaddr_in& sender) const {
+    sockaddr_in peer{};
+    return make_inet_address(address_, port_, peer) && sender.sin_port == peer.sin_port &&
+           sender.sin_addr.s_addr == peer.sin_addr.s_addr;
+}
+
 bool udp_client::send(const std::string& text) {
     if (fd() < 0) {
         return false;
@@ -68,11 +87,14 @@ bool udp_client::receive(std::string& out) {
     if (fd() < 0) {
         return false;
     }
-    const ssize_t count = recv_into(fd(), buffer_, 0);
+    sockaddr_in sender{};
+    socklen_t length = sizeof sender;
+    const ssize_t count = recvfrom(fd(), buffer_.data(), buffer_.size(), 0,
+                                   reinterpret_cast<sockaddr*>(&sender), &length);
     if (count < 0) {
         return errno == EAGAIN;
     }
-    if (count > 0) {
+    if (count > 0 && is_peer(sender)) {
         out.assign(buffer_.data(), static_cast<std::size_t>(count));
     }
     return true;

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include <netinet/in.h>
 
 #include "platform/descriptor.h"
 #include "platform/poll_set.h"
@@ -16,8 +19,13 @@ public:
     /// A longer datagram is cut to this many bytes.
     static constexpr std::size_t receive_buffer_size = 4096;
 
+    /// Called with the local port while the socket is bound but not connected yet: anybody can send
+    /// to it then.
+    using bound_function = std::function<void(std::uint16_t local_port)>;
+
     /// Binds to a port that the system chooses and connects to the peer. Check fd() for success.
-    udp_client(const std::string& address, std::uint16_t port);
+    /// What came from anybody in between is discarded.
+    udp_client(const std::string& address, std::uint16_t port, const bound_function& bound = {});
     ~udp_client() { close_socket(); }
     udp_client(udp_client&& other) noexcept;
     udp_client& operator=(udp_client&& other) noexcept;
@@ -32,7 +40,8 @@ public:
     /// True when the whole text went out in one datagram.
     [[nodiscard]] bool send(const std::string& text);
 
-    /// Replaces the content of `out` with one waiting datagram; leaves it alone when none waits.
+    /// Replaces the content of `out` with one waiting datagram of the peer's; leaves it alone when
+    /// none waits.
     /// False when the socket is closed or reports an error.
     bool receive(std::string& out);
 
@@ -41,7 +50,9 @@ public:
     [[nodiscard]] std::string exchange(const std::string& request, int timeout_ms);
 
 private:
-    void open();
+    void open(const bound_function& bound);
+    void discard_received();
+    [[nodiscard]] bool is_peer(const sockaddr_in& sender) const;
     void close_socket();
 
     std::string address_;
