@@ -92,11 +92,16 @@ struct traced_call {
     const char* name;
     const char* error;
     unsigned occurrences;
+    bool lasting;
 };
 
 constexpr traced_call traced_calls[] = {
-    {"clone3", "EAGAIN", 4},         {"clone3", "ENOMEM", 2},         {"write", "EPIPE", 3},
-    {"rt_sigtimedwait", "EINTR", 4}, {"clock_nanosleep", "EINTR", 3},
+    {"clone3", "EAGAIN", 2, true},
+    {"clone3", "ENOMEM", 2, true},
+    {"write", "EPIPE", 3, true},
+    {"write", "EINTR", 3, false},
+    {"rt_sigtimedwait", "EINTR", 3, false},
+    {"clock_nanosleep", "EINTR", 3, false},
 };
 
 struct call_stack {
@@ -135,7 +140,7 @@ void add_traced_cases(std::vector<fault_case>& to) {
     for (const traced_call& traced : traced_calls) {
         for (unsigned occurrence = 1; occurrence <= traced.occurrences; ++occurrence) {
             add(to, {"strace/" + std::string(traced.name), "0", occurrence, "", false},
-                traced.error, true);
+                traced.error, traced.lasting);
         }
     }
 }

@@ -15,12 +15,12 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using clock = std::chrono::steady_clock;
 
-constexpr milliseconds slice{20};      // between two looks whether the daemon still runs
-constexpr seconds resend_after{3};     // a command without a reply
-constexpr seconds step_timeout{40};    // more than the time-outs of a command add up to
-constexpr seconds lasting_fault_for{4}; // how long the daemon runs with it at least
-constexpr seconds end_timeout{45};     // after SIGTERM, with a POST and a reply under way
-constexpr seconds noticed_within{2};   // the server's outage
+constexpr milliseconds slice{20};         // between two looks whether the daemon still runs
+constexpr seconds resend_after{3};        // a command without a reply
+constexpr seconds step_timeout{40};       // more than the time-outs of a command add up to
+constexpr seconds lasting_fault_for{4};   // how long the daemon runs with it at least
+constexpr seconds end_timeout{45};        // after SIGTERM, with a POST and a reply under way
+constexpr seconds noticed_within{2};      // the server's outage
 constexpr unsigned filling_commands = 30; // more than 2 MiB of log
 
 /// The daemon writes 1e20 in full, so that the reply is five times as long as the command.
@@ -72,8 +72,8 @@ private:
     void talk() {
         const bool all = attach(1) && command(R"("cmd":"poll_interval","interval":20)") &&
                          command(R"("cmd":"start","bot":101,"engineType":"motion2")") &&
-                         command(R"("cmd":"start","bot":101,"engineType":"cpd")") &&
-                         fill_log() && scan() && lose_session() && await_report() &&
+                         command(R"("cmd":"start","bot":101,"engineType":"cpd")") && fill_log() &&
+                         scan() && lose_session() && await_report() &&
                          command(R"("cmd":"stop","bot":101,"engineType":"motion2")") &&
                          command(R"("cmd":"version")");
         if (all && !lasting_) {
@@ -123,9 +123,9 @@ private:
     }
 
     bool attach(unsigned number) {
-        return await("an attach",
-                     [number](const auto& counts) { return counts.attaches >= number; },
-                     step_timeout);
+        return await(
+            "an attach", [number](const auto& counts) { return counts.attaches >= number; },
+            step_timeout);
     }
 
     bool command(const std::string& members) {

@@ -135,6 +135,7 @@ void faulty_daemon::run_daemon(const std::optional<fault_case>& fault) const {
         }
     }
     command.insert(command.end(), {files_.program, path("conf")});
+    closefrom(STDERR_FILENO + 1); // the descriptors of csi_faults
     redirect(path("output"), STDOUT_FILENO);
     redirect(path("errors"), STDERR_FILENO);
     std::vector<char*> arguments;

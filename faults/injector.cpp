@@ -133,9 +133,9 @@ int decide(const char* call) {
     }
     std::array<void*, max_frames + own_frames> all{};
     void* const* const end = all.data() + backtrace(all.data(), static_cast<int>(all.size()));
-    void* const* const frames = std::find_if_not(
-        all.data(), all.data() + own_frames,
-        [](const void* frame) { return module_of(frame) == own_module; });
+    void* const* const frames =
+        std::find_if_not(all.data(), all.data() + own_frames,
+                         [](const void* frame) { return module_of(frame) == own_module; });
     const int depth = std::clamp(static_cast<int>(end - frames), 0, max_frames);
     const std::uint64_t stack = hash_of(frames, depth);
     const std::lock_guard<std::mutex> lock(mutex);

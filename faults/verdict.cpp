@@ -11,8 +11,8 @@ namespace {
 
 // One failed call may cost one command, and the daemon may then be busy for longer.
 constexpr unsigned lost_by_one_fault = 1;
-constexpr double busy_factor = 10;       // of the usual system calls per second
-constexpr double busy_cpu_seconds = 3;   // on top of the usual
+constexpr double busy_factor = 10;     // of the usual system calls per second
+constexpr double busy_cpu_seconds = 3; // on top of the usual
 
 constexpr std::string_view closing_lines = "Closing monitor client\nExiting csi_receiver\n";
 constexpr std::string_view exception_line = "EXCEPTION: ";
@@ -32,6 +32,12 @@ bool may_end_daemon(const std::string& call) {
     const std::initializer_list<std::string_view> fatal = {
         "memory", "fopen", "read.file", "signalfd", "timer_create", "strace/clone3"};
     return std::find(fatal.begin(), fatal.end(), call) != fatal.end();
+}
+
+/// A connection that was kept open and fails before the first byte of the answer: libcurl sends the
+/// request again, although the server may have had it.
+bool may_repeat_request(const std::string& call) {
+    return call == "recv.stream";
 }
 
 /// The lines and the status that docs/operations.md promises for each way to end.
@@ -106,7 +112,7 @@ std::optional<std::string> find_violation(const fault_case& fault, const observa
         found = "ended with status " + std::to_string(WEXITSTATUS(seen.status)) + ": " +
                 last_line(seen.output);
     }
-    if (!found && seen.doubled > 0) {
+    if (!found && seen.doubled > (may_repeat_request(fault.call) ? 1 : 0)) {
         found = "a reply was sent twice";
     }
     if (!found) {

@@ -101,7 +101,8 @@ std::size_t half(std::size_t length) {
             errno = error > 0 ? error : errno;                                                     \
             return error > 0 ? -1 : 0;                                                             \
         }                                                                                          \
-        length = error == csi_faults::short_count ? std::min<std::size_t>(length, shortened) : length; \
+        length =                                                                                   \
+            error == csi_faults::short_count ? std::min<std::size_t>(length, shortened) : length;  \
         return real arguments;                                                                     \
     }
 #define WRAP_OPEN(name)                                                                            \
@@ -237,8 +238,8 @@ static int counted_main(int argc, char** argv, char** environment) {
 
 int __libc_start_main(main_function* function, int argc, char** argv, void (*init)(),
                       void (*fini)(), void (*linker_fini)(), void* stack_end) {
-    using start_function = int(main_function*, int, char**, void (*)(), void (*)(), void (*)(),
-                               void*);
+    using start_function =
+        int(main_function*, int, char**, void (*)(), void (*)(), void (*)(), void*);
     daemon_main = function;
     auto* const real = next<start_function>("__libc_start_main");
     return real(counted_main, argc, argv, init, fini, linker_fini, stack_end);

@@ -26,7 +26,9 @@ struct log_state {
 };
 
 log_state& state() {
-    static log_state& only = *new log_state; // outlives every thread that logs
+    // Outlives every thread that logs, and needs no memory, of which there may be none.
+    alignas(log_state) static unsigned char storage[sizeof(log_state)];
+    static log_state& only = *new (storage) log_state;
     return only;
 }
 
