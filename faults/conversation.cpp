@@ -175,14 +175,25 @@ private:
 
     bool lose_session() {
         const unsigned attaches = transcript_.count().attaches;
+        const std::size_t outages = logged_outages();
         installation_.server().stop();
         const clock::time_point end = clock::now() + noticed_within;
-        while (daemon_.log().find("] request to") == std::string::npos && clock::now() < end &&
-               !has_ended()) {
+        while (logged_outages() == outages && clock::now() < end && !has_ended()) {
             static_cast<void>(daemon_.wait(slice));
         }
         installation_.server().start();
         return attach(attaches + 1);
+    }
+
+    [[nodiscard]] std::size_t logged_outages() const {
+        const std::string log = daemon_.log();
+        const std::string line = "] request to";
+        std::size_t count = 0;
+        for (std::size_t at = log.find(line); at != std::string::npos;
+             at = log.find(line, at + 1)) {
+            ++count;
+        }
+        return count;
     }
 
     /// Between two requests the daemon has no descriptors but the lasting ones.

@@ -80,6 +80,9 @@ void redirect_locked() {
 }
 
 void give_back_locked() {
+    if (state().own_output == nullptr) {
+        return; // done before a rotation that was refused memory
+    }
     std::cout.rdbuf(state().own_output);
     std::cerr.rdbuf(state().own_error);
     state().torn = false;
