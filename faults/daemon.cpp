@@ -139,6 +139,7 @@ void faulty_daemon::run_daemon(const std::optional<fault_case>& fault) const {
     redirect(path("output"), STDOUT_FILENO);
     redirect(path("errors"), STDERR_FILENO);
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& argument : command) {
         arguments.push_back(argument.data());
     }

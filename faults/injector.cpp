@@ -179,6 +179,7 @@ void map_page(const char* path) {
 void read_case(const char* text) {
     unsigned long long stack = 0;
     int from_then_on = 0;
+    // NOLINTNEXTLINE(cert-err34-c): csi_faults wrote the numbers
     if (std::sscanf(text, "%31s %llx %u %d %d", wanted.call, &stack, &wanted.occurrence,
                     &wanted.error, &from_then_on) == 5) {
         wanted.stack = stack;

@@ -63,7 +63,7 @@ std::set<std::string> first_fields(const std::string& path) {
 
 verdict run_case(const daemon_files& files, const fault_case& fault, const observation& usual) {
     const daemon_files used = files_in(files, "case");
-    const verdict result = judge(fault, converse(used, fault, usual.descriptors), usual);
+    verdict result = judge(fault, converse(used, fault, usual.descriptors), usual);
     if (result.name == "violation") {
         std::string kept = fault.name();
         std::replace(kept.begin(), kept.end(), '/', '.');
