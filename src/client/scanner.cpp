@@ -99,13 +99,16 @@ void scanner::look_for_bots(const zorvin_entry& zorvin) {
         if (bot->found || seen.count(bot->uuid) == 0) {
             continue;
         }
-        bot->found = true;
         if (!quiet_) {
             log_prefix() << "Station " << bot->hwaddr << " uuid " << bot->uuid << " is a Bot";
         }
+        {
+            const std::lock_guard<std::mutex> lock(lists_mutex_);
+            found_.push_back(bot->uuid);
+        }
+        // Not before: if memory is refused until here, the next check finds the Bot again.
+        bot->found = true;
         stop_temporary_sounding(*bot);
-        const std::lock_guard<std::mutex> lock(lists_mutex_);
-        found_.push_back(bot->uuid);
     }
 }
 
@@ -121,7 +124,6 @@ bool scanner::is_over() {
 void scanner::end_scan() {
     if (!quiet_ && !report_sent_) {
         send_report();
-        report_sent_ = true;
         log_prefix() << "Scan complete";
     }
     for (bot_record& bot : routing_.bots()) {
@@ -146,7 +148,9 @@ void scanner::send_report() {
         const std::lock_guard<std::mutex> lock(lists_mutex_);
         found = found_;
     }
-    session_.send(build_scan_report(identity_, found));
+    const std::string report = build_scan_report(identity_, found);
+    report_sent_ = true; // already: if memory is refused after it was sent, it is not sent again
+    session_.send(report);
 }
 
 /// Ends the sounding of a Bot that only the scan needed. The server may start the Bot for an

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::uint32_t default_http_port = 8090;
 constexpr std::chrono::milliseconds ping_pause{100};
+constexpr int sleep_slice_ms = 100;
 
 std::string value_of(configuration& settings, const std::string& key) {
     return has_key(settings, key) ? get(settings, key) : "";
@@ -241,11 +242,24 @@ void zorvin_client::serve_requests(pacing::time now) {
 
 void zorvin_client::wait_for_signals(poll_set& polls, int wait_ms) {
     for (const poll_event& event : poll_set_wait(polls, wait_ms)) {
-        if (event.fd == signal_descriptor_ && read_signal(signal_descriptor_)) {
+        const bool failed = event.fd < 0;
+        if ((failed && sleep_until_signal(wait_ms)) ||
+            (event.fd == signal_descriptor_ && read_signal(signal_descriptor_))) {
             state_.stop = true;
             return;
         }
     }
+}
+
+/// The wait when poll(2) fails, for want of memory. True on a signal that terminates the daemon.
+bool zorvin_client::sleep_until_signal(int wait_ms) const {
+    for (int left_ms = wait_ms; !read_signal(signal_descriptor_); left_ms -= sleep_slice_ms) {
+        if (left_ms <= 0) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::min(left_ms, sleep_slice_ms)));
+    }
+    return true;
 }
 
 void zorvin_client::rotate_log_if_grown() {

@@ -92,6 +92,7 @@ private:
     [[nodiscard]] bool attach_or_poll(bool attached, pacing::time now);
     void serve_requests(pacing::time now);
     void wait_for_signals(poll_set& polls, int wait_ms);
+    [[nodiscard]] bool sleep_until_signal(int wait_ms) const;
     void rotate_log_if_grown();
 
     configuration& settings_;

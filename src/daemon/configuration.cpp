@@ -24,11 +24,16 @@ configuration_line parse_line(const std::string& line, char separator) {
 configuration read_configuration(const std::string& path, char separator) {
     configuration map;
     std::ifstream file(path);
-    for (std::string text; std::getline(file, text);) {
-        configuration_line line = parse_line(text, separator);
-        if (line.accepted) {
-            map[line.key] = std::move(line.value);
+    file.exceptions(std::ios::badbit); // or refused memory would look like the end of the file
+    try {
+        for (std::string text; std::getline(file, text);) {
+            configuration_line line = parse_line(text, separator);
+            if (line.accepted) {
+                map[line.key] = std::move(line.value);
+            }
         }
+    } catch (const std::ios::failure&) { // a read error: what was read so far counts
+        return map;
     }
     return map;
 }

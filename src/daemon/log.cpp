@@ -26,7 +26,9 @@ struct log_state {
 };
 
 log_state& state() {
-    static log_state& only = *new log_state; // outlives every thread that logs
+    // Outlives every thread that logs, and needs no memory, of which there may be none.
+    alignas(log_state) static unsigned char storage[sizeof(log_state)];
+    static log_state& only = *new (storage) log_state;
     return only;
 }
 
@@ -78,6 +80,9 @@ void redirect_locked() {
 }
 
 void give_back_locked() {
+    if (state().own_output == nullptr) {
+        return; // done before a rotation that was refused memory
+    }
     std::cout.rdbuf(state().own_output);
     std::cerr.rdbuf(state().own_error);
     state().torn = false;

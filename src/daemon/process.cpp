@@ -1,6 +1,7 @@
 #include "daemon/process.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -71,7 +72,8 @@ void close_descriptors_from(int first) {
 
 void fill_standard_descriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+        const bool closed = fcntl(fd, F_GETFD) < 0 && errno == EBADF;
+        if (closed && open("/dev/null", O_RDWR) < 0) {
             open("/", O_RDONLY); // no /dev/null: any descriptor will do
         }
     }

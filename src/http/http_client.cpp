@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -57,20 +58,30 @@ http_client::http_client(std::uint32_t port, const timeouts& bounds)
     : port_(port)
     , timeouts_(bounds) {
     curl_global_init(CURL_GLOBAL_ALL);
-    handle_.reset(curl_easy_init());
-    if (handle_) {
-        // No proxy from the environment, and no signals from libcurl.
-        curl_easy_setopt(handle_.get(), CURLOPT_PROXY, "");
-        curl_easy_setopt(handle_.get(), CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(handle_.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
-        limit_redirects(handle_.get());
-        leave_resolver_behind(handle_.get());
-    }
+    static_cast<void>(ensure_handle());
 }
 
 http_client::~http_client() {
     handle_.reset();
     curl_global_cleanup();
+}
+
+/// Without memory for a handle a request fails, and the next one tries again.
+bool http_client::ensure_handle() {
+    if (handle_) {
+        return true;
+    }
+    std::unique_ptr<CURL, handle_deleter> handle(curl_easy_init());
+    // No proxy from the environment, and no signals from libcurl.
+    if (!handle || curl_easy_setopt(handle.get(), CURLOPT_PROXY, "") != CURLE_OK) {
+        return false;
+    }
+    curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
+    limit_redirects(handle.get());
+    leave_resolver_behind(handle.get());
+    handle_ = std::move(handle);
+    return true;
 }
 
 std::string http_client::post_json(const std::string& url, const std::string& body) {
@@ -91,7 +102,7 @@ std::optional<std::string> http_client::post_json_unless_shutting_down(const std
 
 void http_client::post(const std::string& url, const std::string& body) {
     response_.clear();
-    if (handle_) {
+    if (ensure_handle()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPHEADER, make_json_headers());
         curl_easy_setopt(handle_.get(), CURLOPT_POSTFIELDS, body.c_str());
         receive_into_response(timeouts_.post);
@@ -102,7 +113,7 @@ void http_client::post(const std::string& url, const std::string& body) {
 std::string http_client::get(const std::string& url) {
     const std::lock_guard<threading::fair_mutex> lock(mutex_);
     response_.clear();
-    if (handle_ && !shutting_down()) {
+    if (!shutting_down() && ensure_handle()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
         receive_into_response(timeouts_.get);
         perform(url);
@@ -113,7 +124,7 @@ std::string http_client::get(const std::string& url) {
 std::string http_client::get_with_sink(const std::string& url, void* sink) {
     const std::lock_guard<threading::fair_mutex> lock(mutex_);
     response_.clear();
-    if (handle_) {
+    if (ensure_handle()) {
         curl_easy_setopt(handle_.get(), CURLOPT_HTTPGET, 1L);
         curl_easy_setopt(handle_.get(), CURLOPT_WRITEDATA, sink);
         curl_easy_setopt(handle_.get(), CURLOPT_TIMEOUT_MS, to_long(timeouts_.sink));

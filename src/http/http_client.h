@@ -72,6 +72,7 @@ private:
     };
 
     // called with the mutex held
+    [[nodiscard]] bool ensure_handle();
     void post(const std::string& url, const std::string& body);
     void receive_into_response(std::chrono::milliseconds timeout);
     void perform(const std::string& url);

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
-#include <sstream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -44,10 +43,10 @@ std::string trim(std::string_view text) {
 
 std::vector<std::string> split(const std::string& text, char separator) {
     std::vector<std::string> fields;
-    std::istringstream stream(text);
-    for (std::string field; std::getline(stream, field, separator);) {
-        if (!field.empty()) {
-            fields.push_back(field);
+    for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+        end = std::min(text.find(separator, begin), text.size());
+        if (end > begin) {
+            fields.push_back(text.substr(begin, end - begin));
         }
     }
     return fields;
