@@ -9,6 +9,7 @@
 #include "lab/printer.h"
 #include "peers/core_service.h"
 #include "platform/udp_client.h"
+#include "support/vectors.h"
 
 using namespace std::chrono_literals;
 
@@ -47,27 +48,11 @@ TEST(lab_faults, the_seed_decides_what_is_lost) {
 }
 
 TEST(lab_printer, labels_each_message) {
-    const struct {
-        const char* from;
-        const char* to;
-        const char* text;
-        const char* label;
-    } rows[] = {
-        {"server", "daemon", R"({"cmd":"scan"})", "command"},
-        {"daemon", "server", R"({"type":"zorvin","bot_info":[]})", "attach"},
-        {"daemon", "server", R"({"request":"zorvinAttach"})", "attach"},
-        {"daemon", "server", R"({"cmd":"scan","found":[101]})", "scan report"},
-        {"daemon", "server", R"({"cmd":"scan","success":false})", "reply"},
-        {"daemon", "server", R"({"bot_info":[]})", "status"},
-        {"daemon", "server", R"({"cmd":"bot_info","bot_info":[]})", "reply"},
-        {"daemon", "server", "[1]", "reply"},
-        {"daemon", "core 127.0.0.1", R"({"bot_info":[]})", "request"},
-        {"fusion", "daemon", R"({"cmd":"scan","found":[]})", "reply"},
-        {"lab", "fusion", "the request above was lost", "remark"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(csi_lab::label_of({{}, row.from, row.to, row.text}), row.label) << row.text;
-    }
+    for_each_case("programs/lab_labels", [](const json::value& one) {
+        const peers::message message{
+            {}, wire_text(one["from"]), wire_text(one["to"]), wire_text(one["text"])};
+        EXPECT_EQ(csi_lab::label_of(message), wire_text(one["label"]));
+    });
 }
 
 TEST(lab_printer, escapes_control_characters) {

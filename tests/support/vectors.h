@@ -4,9 +4,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "platform/json.h"
 
@@ -55,4 +58,20 @@ void for_each(const json::value& object, const char* member, function call) {
             call(element);
         }
     }
+}
+
+/// Calls the function with each case in the file: an object whose members are named cases.
+template<class function>
+void for_each_case(const std::string& file, function call) {
+    const json::document cases = json::parse(read_file(vector_path("", file)));
+    ASSERT_TRUE(cases.IsObject() && !cases.ObjectEmpty()) << file;
+    for (const auto& one : cases.GetObject()) {
+        SCOPED_TRACE(wire_text(one.name));
+        call(one.value);
+    }
+}
+
+/// The text with the scratch folder's path for DIR.
+inline std::string with_directory(const std::string& text, const std::string& path) {
+    return std::regex_replace(text, std::regex("DIR"), path);
 }
