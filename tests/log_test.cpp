@@ -42,30 +42,31 @@ TEST(log, path_loses_one_slash_and_has_a_default) {
 }
 
 TEST(log, rotation_table) {
-    // The texts of the log, .1, .2 and .3 before and after; "-" for a file that does not exist.
-    const struct {
-        const char* before[4];
-        const char* after[4];
-    } rows[] = {
-        {{"-", "a", "b", "c"}, {"-", "a", "b", "c"}}, {{"", "a", "-", "-"}, {"", "a", "-", "-"}},
-        {{"l", "-", "-", "-"}, {"-", "l", "-", "-"}}, {{"l", "a", "-", "c"}, {"-", "l", "a", "c"}},
-        {{"l", "-", "b", "c"}, {"-", "l", "b", "c"}}, {{"l", "a", "b", "c"}, {"-", "l", "a", "b"}},
-        {{"l", "a", "b", "-"}, {"-", "l", "a", "b"}},
-    };
-    const char* const names[] = {"log", "log.1", "log.2", "log.3"};
-    for (const auto& row : rows) {
-        temporary_directory directory;
+    // The texts of the log, .1, .2 and .3 before and after: a letter each, "0" for an empty file
+    // and
+    // "-" for one that does not exist.
+    for (const auto& [before, after] : {std::pair("-abc", "-abc"),
+                                        {"0a--", "0a--"},
+                                        {"l---", "-l--"},
+                                        {"la-c", "-lac"},
+                                        {"l-bc", "-lbc"},
+                                        {"labc", "-lab"},
+                                        {"lab-", "-lab"}}) {
+        const temporary_directory directory;
+        const char* const names[] = {"log", "log.1", "log.2", "log.3"};
+        std::string found;
         for (int file = 0; file < 4; ++file) {
-            if (std::strcmp(row.before[file], "-") != 0) {
-                static_cast<void>(directory.write(names[file], row.before[file]));
+            if (before[file] != '-') {
+                static_cast<void>(directory.write(
+                    names[file], before[file] == '0' ? "" : std::string(1, before[file])));
             }
         }
         rotate(directory.path + "/log");
-        for (int file = 0; file < 4; ++file) {
-            const std::string expected =
-                std::strcmp(row.after[file], "-") == 0 ? "absent" : row.after[file];
-            EXPECT_EQ(directory.read(names[file]), expected) << names[file];
+        for (const char* const name : names) {
+            const std::string text = directory.read(name);
+            found += text == "absent" ? "-" : text.empty() ? "0" : text;
         }
+        EXPECT_EQ(found, after) << before;
     }
 }
 
@@ -132,13 +133,11 @@ TEST(log, lines_of_threads_stay_whole_while_the_log_rotates) {
         }
     }
     log_out.close();
-    std::istringstream text(directory.read("x.log.1") + directory.read("x.log"));
     int lines = 0;
-    for (std::string line; std::getline(text, line);) {
-        const std::string message = line.substr(line.find(' ') + 1);
-        if (message != "log rotated") {
+    for (const std::string& line : lines_of(directory.read("x.log.1") + directory.read("x.log"))) {
+        if (line != "log rotated") {
             ++lines;
-            EXPECT_EQ(message, std::string(500, message[0]));
+            EXPECT_EQ(line, std::string(500, line[0]));
         }
     }
     EXPECT_EQ(lines, 6000);
