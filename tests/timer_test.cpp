@@ -54,6 +54,8 @@ TEST(timer, times_have_seconds_and_fractions) {
     counting_timer long_period(1010);
     counting_timer long_delay(10);
     counting_timer short_delay(60000);
+    threading::timer without_callback(1, {}, 0);
+    without_callback.start(1);
     long_period.timer.start(0);
     long_delay.timer.start(1010000);
     short_delay.timer.start(10000);

@@ -82,7 +82,8 @@ public:
                    return pid != 0;
                });
     }
-    /// Waits until all processes in the background have ended; the highest exit status.
+    /// Waits until all processes in the background have ended; the highest exit status that the
+    /// system kept: none is kept of the last process if it ends before its parent.
     static int wait_for_background() {
         int highest = 0;
         wait_until([&highest] {
