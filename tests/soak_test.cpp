@@ -6,9 +6,13 @@
 #include <sys/stat.h>
 
 #include "http/http_client.h"
+#include "platform/json.h"
+#include "platform/socket.h"
 #include "platform/utilities.h"
+#include "soak/hostile_server.h"
 #include "soak/resource_monitor.h"
 #include "soak/server_faults.h"
+#include "soak/stranger.h"
 #include "support/fixtures.h"
 
 using namespace csi_soak;
@@ -136,6 +140,16 @@ TEST(soak_conversation, finds_what_is_wrong_and_nothing_else) {
     }
 }
 
+TEST(soak_conversation, losses_may_be_left_to_the_caller) {
+    reporter report;
+    conversation_checker checker(report, two_bots(), commands.at("attach").text);
+    checker.leave_losses_to_caller();
+    EXPECT_EQ(failed_by([&] { play(checker, attach + "|version|version|+server|-server|rate"); }),
+              checks{});
+    EXPECT_EQ(checker.counts().lost, 2U);
+    EXPECT_EQ(checker.counts().lost_unexcused, 1U);
+}
+
 TEST(soak_conversation, measures_the_longest_answer_that_no_fault_excuses) {
     reporter report;
     conversation_checker checker(report, two_bots(), commands.at("attach").text);
@@ -192,6 +206,16 @@ TEST(soak_log, is_read_across_rotations) {
     EXPECT_EQ(counts.unanswered_stops, 1U);
     EXPECT_EQ(counts.rotations, 2U);
     EXPECT_EQ(counts.reported_scans, 1U);
+}
+
+TEST(soak_log, times_that_go_back_are_counted) {
+    log_file file;
+    file.add("[2038-1-19_3:14:7] a\n[2038-1-19_3:14:8] b\nc\n[2038-1-18_23:59:59] d\n");
+    file.log.read();
+    const log_reader::counters& counts = file.log.counts();
+    EXPECT_EQ(counts.first_time, 0x7fffffff);
+    EXPECT_EQ(counts.last_time, 0x7fffffff - 3 * 3600 - 14 * 60 - 8);
+    EXPECT_EQ(counts.backward_steps, 1U);
 }
 
 TEST(soak_log, must_have_no_gaps_and_stay_small) {
@@ -294,7 +318,7 @@ struct soak_faults : testing::Test {
 TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
     const checks lines = {"an outage is logged once"};
     const checks session = {"only an outage ends the session"};
-    enum kind { stopped, silent, slow, cutting, error_status };
+    enum kind { stopped, silent, slow, cutting, error_status, hostile = 6, hostile_success = 7 };
     enum reaction { polling, attaching, disconnected, none };
     const struct {
         kind fault;
@@ -313,6 +337,9 @@ TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
         {slow, 0, attaching, session},
         {error_status, 0, attaching, session},
         {error_status, 0, disconnected, {}},
+        {hostile, 1, attaching, {}},
+        {hostile_success, 2, attaching, {}},
+        {hostile_success, 3, attaching, lines},
         {cutting, 0, none, {"the daemon comes back"}},
     };
     const auto go_through = [this](server_faults& faults, const auto& row) {
@@ -345,4 +372,53 @@ TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
         EXPECT_EQ(failed_by([&] { go_through(faults, row); }), row.failed)
             << row.fault << " " << row.lines;
     }
+}
+
+TEST(soak_attackers, a_hostile_server_gives_no_valid_answer) {
+    const struct {
+        hostile_answer kind;
+        bool succeeds; // as far as HTTP goes
+    } rows[] = {
+        {hostile_answer::too_long_content_length, false},
+        {hostile_answer::too_short_content_length, true},
+        {hostile_answer::invalid_content_length, false},
+        {hostile_answer::endless_headers, false},
+        {hostile_answer::slow_bytes, false},
+        {hostile_answer::redirect_circle, false},
+        {hostile_answer::redirect_to_ftp, false},
+    };
+    for (const auto& row : rows) {
+        hostile_server server(0, row.kind);
+        curl_http::http_client http(server.port(), {500ms, 500ms, 500ms});
+        const std::string body = http.post_json("http://127.0.0.1:/v2/zorvins/attach", "{}");
+        EXPECT_EQ(http.connected(), row.succeeds) << static_cast<int>(row.kind);
+        EXPECT_FALSE(json::parse(body).IsObject()) << body;
+        EXPECT_EQ(server.answers(), row.kind == hostile_answer::redirect_circle ? 11U : 1U);
+        EXPECT_EQ(server.waiting_clients(), 0U);
+    }
+}
+
+TEST(soak_attackers, a_client_that_waits_for_a_greeting_is_noticed) {
+    hostile_server server(0, hostile_answer::redirect_to_ftp);
+    const csi_receiver::descriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_TRUE(csi_receiver::connect_address(client.get(), "127.0.0.1", server.port()));
+    EXPECT_TRUE(wait_until([&] { return server.waiting_clients() == 1; }));
+}
+
+TEST(soak_attackers, a_stranger_reaches_every_open_port) {
+    const peers::descriptor daemon = peers::bind_udp("127.0.0.1", 0);
+    reporter report;
+    stranger visitor(report, 1);
+    visitor.step(steady_clock::now() + 6s);
+    std::set<std::string> received;
+    const bool complete = wait_until([&] {
+        std::vector<char> buffer(100);
+        std::string address;
+        const ssize_t count = csi_receiver::recv_from(daemon.get(), buffer, address, nullptr);
+        EXPECT_EQ(address, "127.0.0.99");
+        received.insert(std::string(buffer.data(), static_cast<std::size_t>(count)));
+        return received.size() == 4;
+    });
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(received.count(R"({"success":"yes"})"), 1U);
 }
