@@ -75,6 +75,7 @@ load fast_load(const run_options& options, const days_options& days) {
     load result;
     result.peers = usual_installation(options.seed);
     result.folder = options.folder + "/days";
+    result.label = "days: ";
     result.attach_answer = long_poll_interval;
     result.environment = preloaded(days.clock_library);
     result.environment.push_back(std::string("FAKETIME=") + start_time + " x" +
@@ -331,6 +332,7 @@ load jumping_load(const run_options& options, const days_options& days, const wa
     load result;
     result.peers = usual_installation(options.seed);
     result.folder = options.folder + "/jumps";
+    result.label = "clock that jumps: ";
     result.environment = preloaded(days.clock_library);
     result.left_out = {"disconnect"}; // a pause of its own
     // As in the real system: whoever sets the wall clock does not touch the monotonic clock.

@@ -131,11 +131,12 @@ void loaded_daemon::check_exit(const std::optional<daemon_process::exit_info>& e
                    "the last one before SIGTERM");
     report_.add_check(exit_check,
                       "after " + in_seconds(time) + ", limit " + in_seconds(max_exit_time));
-    report_.add_figure("time from SIGTERM to the exit", in_seconds(time));
+    report_.add_figure(load_.label + "time from SIGTERM to the exit", in_seconds(time));
     if (exit) {
-        report_.add_figure("CPU time of the daemon",
+        report_.add_figure(load_.label + "CPU time of the daemon",
                            std::to_string(static_cast<long>(exit->cpu_seconds * 1000)) + " ms");
-        report_.add_figure("peak of resident memory", std::to_string(exit->peak_kib) + " KiB");
+        report_.add_figure(load_.label + "peak of resident memory",
+                           std::to_string(exit->peak_kib) + " KiB");
     }
 }
 

@@ -23,6 +23,7 @@ namespace csi_soak {
 struct load {
     peers::installation_options peers;
     std::string folder;
+    std::string label; // in front of the figures about the end
     std::string attach_answer = R"({"cmd":"associate"})";
     std::vector<std::string> environment; // for the daemon, in addition: "NAME=VALUE"
     std::size_t queue_depth = 20;         // commands that the server has ready
