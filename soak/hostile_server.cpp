@@ -15,7 +15,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::size_t max_request = 64 * 1024; // longer than any request of the daemon
-constexpr std::chrono::seconds max_silence(2);
+constexpr milliseconds max_silence(1000);
 
 std::string with_length(const std::string& length, const std::string& body) {
     return "HTTP/1.1 200 OK\r\nContent-Length: " + length + "\r\n\r\n" + body;

@@ -27,7 +27,7 @@ constexpr auto stop = [](peers::rest_server& server, random_schedule&) { server.
 /// None of these answers is a success but the short one: the daemon may lose its session when the
 /// hostile server comes, attach there, and lose that session as well.
 constexpr fault hostile(const char* name, hostile_answer answer, std::size_t max_lines = 1) {
-    return {name, true, 1500, 7000, stop, answer, max_lines};
+    return {name, true, 3000, 8000, stop, answer, max_lines};
 }
 
 constexpr std::array<fault, 13> faults = {{
