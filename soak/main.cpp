@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
     app.add_option("--seed", options.seed, "Seed for commands and faults")->capture_default_str();
     bool worst_cases = false;
     app.add_flag("--worst-cases", worst_cases, "Measure the worst cases instead");
-    long each_state = 30;
+    long each_state = 20;
     app.add_option("--each-state", each_state,
                    "With --worst-cases: seconds to measure how fast the log grows, in each state")
         ->check(CLI::Range(1, 100'000))
