@@ -85,6 +85,7 @@ struct paths {
 /// Ends with nullptr. Those added come first: the first of two variables with one name counts.
 std::vector<char*> with_own_environment(const std::vector<std::string>& added) {
     std::vector<char*> result;
+    result.reserve(added.size());
     for (const std::string& variable : added) {
         result.push_back(const_cast<char*>(variable.c_str()));
     }

@@ -14,7 +14,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::size_t max_request = 64 * 1024; // longer than any request of the daemon
+constexpr std::size_t max_request = 65'536; // longer than any request of the daemon
 constexpr milliseconds max_silence(1000);
 
 std::string with_length(const std::string& length, const std::string& body) {

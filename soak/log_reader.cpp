@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <utility>
 
@@ -35,12 +34,9 @@ std::string text_of(const std::string& line) {
 /// The time in front of the line; nullopt for lines without one.
 std::optional<std::int64_t> time_of(const std::string& line) {
     std::tm time{};
-    if (std::sscanf(line.c_str(), "[%d-%d-%d_%d:%d:%d] ", &time.tm_year, &time.tm_mon,
-                    &time.tm_mday, &time.tm_hour, &time.tm_min, &time.tm_sec) != 6) {
+    if (strptime(line.c_str(), "[%Y-%m-%d_%H:%M:%S] ", &time) == nullptr) {
         return std::nullopt;
     }
-    time.tm_year -= 1900;
-    --time.tm_mon;
     return timegm(&time);
 }
 
