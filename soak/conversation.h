@@ -25,6 +25,7 @@ public:
         std::size_t replies = 0;
         std::size_t excused = 0; // commands that a fault of the server may have lost
         std::size_t lost = 0;    // commands without a reply of their own
+        std::size_t lost_unexcused = 0;
         std::size_t attaches = 0;
         std::size_t disconnects = 0;
         std::size_t scan_reports = 0;
@@ -35,7 +36,8 @@ public:
         bool attached = false; // no "disconnect" since the latest attach
     };
 
-    /// The Bots are in the order of the daemon's routing.
+    /// The Bots are in the order of the daemon's routing. The daemon replies to `attach_answer`, an
+    /// object, by adding "success":true.
     conversation_checker(reporter& report, std::vector<peers::routed_bot> bots,
                          std::string attach_answer);
 
@@ -47,6 +49,8 @@ public:
     /// Between these two, commands that are handed out or have no reply yet may be lost.
     void begin_excusing();
     void end_excusing();
+    /// From now on, unexcused losses are only counted: the caller judges them.
+    void leave_losses_to_caller();
     /// Between these two, engines of the peer may fail to answer.
     void begin_peer_fault(const std::string& peer);
     void end_peer_fault(const std::string& peer);
@@ -91,6 +95,7 @@ private:
     std::set<int> possible_rates_{10}; // several after losing a command that sets the rate
     std::string version_;
     bool excusing_ = false;
+    bool report_losses_ = true;
     counters counts_;
 };
 

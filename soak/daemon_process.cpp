@@ -82,16 +82,30 @@ struct paths {
     std::string errors;
 };
 
+/// Ends with nullptr. Those added come first: the first of two variables with one name counts.
+std::vector<char*> with_own_environment(const std::vector<std::string>& added) {
+    std::vector<char*> result;
+    result.reserve(added.size());
+    for (const std::string& variable : added) {
+        result.push_back(const_cast<char*>(variable.c_str()));
+    }
+    for (char** own = environ; *own != nullptr; ++own) {
+        result.push_back(*own);
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
 /// For the child process. Allocates no memory: another thread may have held the allocator's lock
 /// during the fork.
-[[noreturn]] void execute(const paths& of, pid_t parent) {
+[[noreturn]] void execute(const paths& of, char* const* environment, pid_t parent) {
     const sigset_t unblocked = awaited_signals();
     sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
     prctl(PR_SET_PDEATHSIG, SIGKILL); // the daemon must not outlive the soak
     redirect(of.output.c_str(), STDOUT_FILENO);
     redirect(of.errors.c_str(), STDERR_FILENO);
     if (getppid() == parent) {
-        execl(of.program.c_str(), "csi_receiver", of.configuration.c_str(), nullptr);
+        execle(of.program.c_str(), "csi_receiver", of.configuration.c_str(), nullptr, environment);
     }
     _exit(127);
 }
@@ -104,18 +118,20 @@ void block_signals() {
 }
 
 daemon_process::daemon_process(const std::string& program, std::string folder,
-                               const std::string& configuration)
+                               const std::string& configuration,
+                               const std::vector<std::string>& environment)
     : folder_(std::move(folder)) {
     std::filesystem::create_directory(folder_);
     const paths files{program, folder_ + "/soak.conf", folder_ + "/output", folder_ + "/errors"};
     std::ofstream(files.configuration) << configuration << "log=true\nlog_path=" << folder_ << '\n';
+    std::vector<char*> variables = with_own_environment(environment);
     const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ < 0) {
         throw std::runtime_error("fork failed");
     }
     if (pid_ == 0) {
-        execute(files, parent);
+        execute(files, variables.data(), parent);
     }
 }
 

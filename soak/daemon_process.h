@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -30,9 +31,10 @@ public:
     };
 
     /// Runs the program with the configuration. Log, standard output and standard error go to files
-    /// in the folder, which is created. Throws std::runtime_error when the system refuses either.
-    daemon_process(const std::string& program, std::string folder,
-                   const std::string& configuration);
+    /// in the folder, which is created. `environment` are variables "NAME=VALUE" in addition to
+    /// this process's own. Throws std::runtime_error when the system refuses either.
+    daemon_process(const std::string& program, std::string folder, const std::string& configuration,
+                   const std::vector<std::string>& environment = {});
     ~daemon_process();
     daemon_process(const daemon_process&) = delete;
     daemon_process& operator=(const daemon_process&) = delete;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <utility>
 
 #include <sys/stat.h>
@@ -28,6 +29,15 @@ bool starts_with(const std::string& line, const char* text) {
 std::string text_of(const std::string& line) {
     const std::size_t end = line.find("] ");
     return end == std::string::npos ? "" : line.substr(end + 2);
+}
+
+/// The time in front of the line; nullopt for lines without one.
+std::optional<std::int64_t> time_of(const std::string& line) {
+    std::tm time{};
+    if (strptime(line.c_str(), "[%Y-%m-%d_%H:%M:%S] ", &time) == nullptr) {
+        return std::nullopt;
+    }
+    return timegm(&time);
 }
 
 } // namespace
@@ -111,6 +121,11 @@ void log_reader::read_lines() {
 
 void log_reader::count_line(const std::string& line) {
     ++counts_.lines;
+    if (const auto time = time_of(line)) {
+        counts_.first_time = counts_.first_time == 0 ? *time : counts_.first_time;
+        counts_.backward_steps += *time < counts_.last_time ? 1U : 0U;
+        counts_.last_time = *time;
+    }
     // The log contains commands, too, so these texts count only right after the time.
     const std::string text = text_of(line);
     if (starts_with(text, "request to ") && contains(text, " failed: ")) {

@@ -27,6 +27,9 @@ public:
         std::size_t unanswered_stops = 0; // requests to stop a Bot that no core service answered
         steady_clock::duration longest_scan{0}; // of the reported ones
         std::uintmax_t largest_file = 0;        // in bytes
+        std::int64_t first_time = 0;            // seconds since 1970, as written in the first line
+        std::int64_t last_time = 0;
+        std::size_t backward_steps = 0; // lines that are older than the one before
     };
 
     /// The file need not exist yet.

@@ -24,6 +24,7 @@ void check_load(const conversation_checker& conversation, reporter& report) {
 
 void check_recovery(const server_faults& faults, reporter& report) {
     report.add_check("only an outage ends the session", "after slow answers and error statuses");
+    report.add_check("redirects lead to HTTP only", "from hostile servers");
     report.add_check("the daemon comes back", "after " + in_seconds(faults.longest_recovery()) +
                                                   " at most, limit " +
                                                   in_seconds(server_faults::max_recovery));
@@ -91,7 +92,7 @@ void add_conversation_figures(const conversation_checker& conversation,
 }
 
 void add_fault_figures(const server_faults& server, const peer_faults& peers,
-                       const bot_absences& bots, reporter& report) {
+                       const bot_absences& bots, const stranger& visitor, reporter& report) {
     std::size_t total = 0;
     for (const auto* counts : {&server.counts(), &peers.counts()}) {
         for (const auto& [name, count] : *counts) {
@@ -101,6 +102,10 @@ void add_fault_figures(const server_faults& server, const peer_faults& peers,
     }
     report.add_figure("faults in all", std::to_string(total));
     report.add_figure("times that a Bot went or came back", std::to_string(bots.changes()));
+    report.add_figure("answers of hostile servers", std::to_string(server.hostile_answers()));
+    report.add_figure("visits of a stranger, forged replies",
+                      std::to_string(visitor.visits()) + ", " +
+                          std::to_string(visitor.datagrams()));
     report.add_figure("longest return after a fault", in_seconds(server.longest_recovery()));
 }
 

@@ -8,6 +8,7 @@
 #include "soak/peer_faults.h"
 #include "soak/report.h"
 #include "soak/server_faults.h"
+#include "soak/stranger.h"
 
 namespace csi_soak {
 
@@ -17,6 +18,6 @@ void check_log(const log_reader& log, const server_faults& faults, reporter& rep
 void add_conversation_figures(const conversation_checker& conversation,
                               const peers::rest_server& server, reporter& report);
 void add_fault_figures(const server_faults& server, const peer_faults& peers,
-                       const bot_absences& bots, reporter& report);
+                       const bot_absences& bots, const stranger& visitor, reporter& report);
 
 } // namespace csi_soak

@@ -14,14 +14,24 @@ struct fault {
     unsigned min_ms;
     unsigned max_ms;
     void (*apply)(peers::rest_server&, random_schedule&);
+    std::optional<hostile_answer> hostile = {}; // of a server in place of the stopped one
+    std::size_t max_lines = 1;
 };
 
 constexpr auto fall_silent = [](peers::rest_server& server, random_schedule&) {
     server.set_silent(true);
 };
 
-constexpr std::array<fault, 6> faults = {{
-    {"server stopped", true, 1000, 7000, [](auto& server, auto&) { server.stop(); }},
+constexpr auto stop = [](peers::rest_server& server, random_schedule&) { server.stop(); };
+
+/// None of these answers is a success but the short one: the daemon may lose its session when the
+/// hostile server comes, attach there, and lose that session as well.
+constexpr fault hostile(const char* name, hostile_answer answer, std::size_t max_lines = 1) {
+    return {name, true, 3000, 8000, stop, answer, max_lines};
+}
+
+constexpr std::array<fault, 13> faults = {{
+    {"server stopped", true, 1000, 7000, stop},
     {"server silent", true, 2000, 9000, fall_silent},
     {"server slow", false, 2000, 8000,
      [](auto& server, auto& schedule) { server.set_delay(schedule.time_between(200, 3000)); }},
@@ -30,9 +40,17 @@ constexpr std::array<fault, 6> faults = {{
     {"server answering with an error status", false, 2000, 6000,
      [](auto& server, auto&) { server.set_status(503); }},
     {"server silent beyond the timeout of a POST", true, 21'000, 26'000, fall_silent},
+    hostile("hostile server: body too short", hostile_answer::too_long_content_length),
+    hostile("hostile server: body too long", hostile_answer::too_short_content_length, 2),
+    hostile("hostile server: invalid length", hostile_answer::invalid_content_length),
+    hostile("hostile server: endless headers", hostile_answer::endless_headers),
+    hostile("hostile server: slow bytes", hostile_answer::slow_bytes),
+    hostile("hostile server: redirects in a circle", hostile_answer::redirect_circle),
+    hostile("hostile server: redirects to FTP", hostile_answer::redirect_to_ftp),
 }};
-// The long silence comes half as often as the others, so that two minutes are enough for all.
-constexpr std::array<std::size_t, 11> scheduled_faults = {0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5};
+// The long silence and the hostile answers come half as often as the others.
+constexpr std::array<std::size_t, 18> scheduled_faults = {0, 0, 1, 1, 2, 2, 3,  3,  4,
+                                                          4, 5, 6, 7, 8, 9, 10, 11, 12};
 
 } // namespace
 
@@ -70,6 +88,9 @@ void server_faults::begin(std::size_t index, std::chrono::milliseconds duration)
         conversation_.begin_excusing();
     }
     faults[index].apply(installation_.server(), schedule_);
+    if (faults[index].hostile) {
+        hostile_.emplace(installation_.server().port(), *faults[index].hostile);
+    }
 }
 
 void server_faults::end() {
@@ -81,10 +102,21 @@ void server_faults::end() {
     server.set_delay(std::chrono::milliseconds(0));
     server.set_cut(false);
     server.set_status(std::nullopt);
+    end_hostile_server();
     server.start();
     end_ = steady_clock::now();
     requests_at_end_ = requests();
     state_ = state::recovering;
+}
+
+void server_faults::end_hostile_server() {
+    if (!hostile_) {
+        return;
+    }
+    hostile_answers_ += hostile_->answers();
+    report_.expect(hostile_->waiting_clients() == 0, "redirects lead to HTTP only",
+                   std::string(faults[fault_].name) + ": a client waits for a greeting");
+    hostile_.reset();
 }
 
 /// Polls and attaches: the requests of a daemon that is ready for commands.
@@ -129,9 +161,9 @@ void server_faults::judge(std::size_t attaches, std::size_t lines, bool disconne
         report_.expect(lines == 0, line_check, seen);
         report_.expect(!session_lost, "only an outage ends the session", seen);
     } else if (session_lost) {
-        report_.expect(lines == 1, line_check, seen);
+        report_.expect(lines >= 1 && lines <= faults[fault_].max_lines, line_check, seen);
     } else {
-        report_.expect(lines <= 1, line_check, seen);
+        report_.expect(lines <= faults[fault_].max_lines, line_check, seen);
     }
 }
 

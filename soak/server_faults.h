@@ -5,10 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "peers/installation.h"
 #include "soak/conversation.h"
+#include "soak/hostile_server.h"
 #include "soak/log_reader.h"
 #include "soak/random_schedule.h"
 #include "soak/report.h"
@@ -35,6 +37,7 @@ public:
     [[nodiscard]] const std::map<std::string, std::size_t>& counts() const { return counts_; }
     [[nodiscard]] steady_clock::duration longest_recovery() const { return longest_recovery_; }
     [[nodiscard]] std::size_t sessions_lost() const { return sessions_lost_; }
+    [[nodiscard]] std::size_t hostile_answers() const { return hostile_answers_; }
     /// Lines about failed requests that the daemon logged from the beginning of a fault until it
     /// came back.
     [[nodiscard]] std::size_t log_lines() const { return log_lines_; }
@@ -43,6 +46,7 @@ private:
     enum class state { calm, failing, recovering };
 
     [[nodiscard]] std::size_t requests() const;
+    void end_hostile_server();
     void check_return(steady_clock::time_point now);
     void finish(steady_clock::duration recovery);
     void judge(std::size_t attaches, std::size_t lines, bool disconnected);
@@ -63,6 +67,9 @@ private:
     steady_clock::time_point end_;
     std::size_t requests_at_end_ = 0;
     bool overdue_ = false;
+
+    std::optional<hostile_server> hostile_;
+    std::size_t hostile_answers_ = 0;
 
     std::map<std::string, std::size_t> counts_;
     steady_clock::duration longest_recovery_{0};

@@ -10,15 +10,19 @@ namespace {
 constexpr std::chrono::milliseconds step_period(10);
 constexpr std::chrono::minutes timeout(5);
 
-std::unique_ptr<peers::installation> make_installation(peers::journal& journal, core_speed speed) {
+std::unique_ptr<peers::installation> make_installation(peers::journal& journal,
+                                                       const bed_layout& layout) {
     peers::installation_options options;
-    options.zorvins = 2;
-    options.bots = 4;
+    options.zorvins = layout.zorvins;
+    options.bots = layout.bots;
     options.http_port = 0;
     options.fusion = true;
     options.times = {std::chrono::milliseconds(300), std::chrono::milliseconds(500)};
+    if (layout.silent != nullptr) {
+        options.silent = {layout.silent};
+    }
     auto result = std::make_unique<peers::installation>(journal, options);
-    if (speed == core_speed::slow) {
+    if (layout.slow_start) {
         for (unsigned index = 0; index < options.zorvins; ++index) {
             result->core(index).peer().set_delay(std::chrono::milliseconds(500));
         }
@@ -36,12 +40,11 @@ std::string configuration_for(absent_core_services absent) {
 } // namespace
 
 test_bed::test_bed(const run_options& options, const std::string& name, reporter& report,
-                   core_speed speed)
+                   const bed_layout& layout)
     : report_(report)
-    , installation_(make_installation(journal_, speed))
+    , installation_(make_installation(journal_, layout))
     , daemon_(options.daemon, options.folder + "/" + name,
-              installation_->configuration() +
-                  (speed == core_speed::slow ? "csi_file=/dev/null\n" : ""))
+              installation_->configuration() + (layout.slow_start ? "csi_file=/dev/null\n" : ""))
     , log_(daemon_.log_path(), report) {
     report_.print(name);
 }
@@ -91,11 +94,27 @@ steady_clock::duration test_bed::terminate() {
     return steady_clock::now() - begin;
 }
 
-bool test_bed::recorded(const char* from, const char* to, const char* text) const {
+void test_bed::queue_and_await(const char* command, const char* to, const char* request) {
+    act_and_await([&] { installation_->server().queue(command); }, to, request);
+}
+
+void test_bed::silence_and_await(const char* who, const char* to, const char* request) {
+    act_and_await([&] { silence(who); }, to, request);
+}
+
+void test_bed::act_and_await(const std::function<void()>& act, const char* to,
+                             const char* request) {
+    const std::size_t before = count("daemon", to, request);
+    act();
+    wait_for([&] { return count("daemon", to, request) > before; });
+}
+
+std::size_t test_bed::count(const char* from, const char* to, const char* text) const {
     const auto messages = journal_.select(from, to);
-    return std::any_of(messages.begin(), messages.end(), [text](const peers::message& message) {
-        return message.text.find(text) != std::string::npos;
-    });
+    return static_cast<std::size_t>(
+        std::count_if(messages.begin(), messages.end(), [text](const peers::message& message) {
+            return message.text.find(text) != std::string::npos;
+        }));
 }
 
 } // namespace csi_soak

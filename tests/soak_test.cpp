@@ -1,13 +1,18 @@
 // The soak's checks: what they must report, and what they must accept. A soak that finds nothing
 // proves something only if these tests pass.
 #include <regex>
+#include <set>
 
 #include <gtest/gtest.h>
 
 #include "http/http_client.h"
+#include "platform/json.h"
+#include "platform/socket.h"
 #include "platform/utilities.h"
+#include "soak/hostile_server.h"
 #include "soak/resource_monitor.h"
 #include "soak/server_faults.h"
+#include "soak/stranger.h"
 #include "support/fixtures.h"
 #include "support/vectors.h"
 
@@ -196,7 +201,8 @@ TEST(soak_resources, leaks_are_found) {
 
 TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
     const std::map<std::string, std::size_t> kinds = {
-        {"stopped", 0}, {"silent", 1}, {"slow", 2}, {"cutting", 3}, {"error status", 4}};
+        {"stopped", 0},      {"silent", 1},  {"slow", 2},           {"cutting", 3},
+        {"error status", 4}, {"hostile", 6}, {"hostile success", 7}};
     run_rows("outages", [&](const json::value& row) {
         server_faults faults(installation, conversation.checker, file.log, file.report, 1);
         const std::string then = row["then"].GetString();
@@ -216,4 +222,78 @@ TEST_F(soak_faults, an_outage_is_logged_once_and_the_daemon_comes_back) {
         EXPECT_TRUE(conversation.checker.awaiting_reply()) << "losses are no longer excused";
         conversation.sent(object_error);
     });
+}
+
+TEST(soak_conversation, losses_may_be_left_to_the_caller) {
+    checked_conversation talk;
+    talk.checker.leave_losses_to_caller();
+    const std::string failed = failed_by([&] {
+        talk.attached();
+        talk.planned("version");
+        talk.planned("version");
+        talk.checker.begin_excusing();
+        talk.checker.end_excusing();
+        talk.planned("rate");
+    });
+    EXPECT_EQ(failed, "");
+    EXPECT_EQ(talk.checker.counts().lost, 2U);
+    EXPECT_EQ(talk.checker.counts().lost_unexcused, 1U);
+}
+
+TEST(soak_log, times_that_go_back_are_counted) {
+    log_file file;
+    file.add("[2038-1-19_3:14:7] a\n[2038-1-19_3:14:8] b\nc\n[2038-1-18_23:59:59] d\n");
+    file.log.read();
+    EXPECT_EQ(file.counts.first_time, 0x7fffffff);
+    EXPECT_EQ(file.counts.last_time, 0x7fffffff - 3 * 3600 - 14 * 60 - 8);
+    EXPECT_EQ(file.counts.backward_steps, 1U);
+}
+
+TEST(soak_attackers, a_hostile_server_gives_no_valid_answer) {
+    const struct {
+        hostile_answer kind;
+        bool succeeds; // as far as HTTP goes
+    } rows[] = {
+        {hostile_answer::too_long_content_length, false},
+        {hostile_answer::too_short_content_length, true},
+        {hostile_answer::invalid_content_length, false},
+        {hostile_answer::endless_headers, false},
+        {hostile_answer::slow_bytes, false},
+        {hostile_answer::redirect_circle, false},
+        {hostile_answer::redirect_to_ftp, false},
+    };
+    for (const auto& row : rows) {
+        hostile_server server(0, row.kind);
+        curl_http::http_client http(server.port(), {500ms, 500ms, 500ms});
+        const std::string body = http.post_json("http://127.0.0.1:/v2/zorvins/attach", "{}");
+        EXPECT_EQ(http.connected(), row.succeeds) << static_cast<int>(row.kind);
+        EXPECT_FALSE(json::parse(body).IsObject()) << body;
+        EXPECT_EQ(server.answers(), row.kind == hostile_answer::redirect_circle ? 11U : 1U);
+        EXPECT_EQ(server.waiting_clients(), 0U);
+    }
+}
+
+TEST(soak_attackers, a_client_that_waits_for_a_greeting_is_noticed) {
+    hostile_server server(0, hostile_answer::redirect_to_ftp);
+    const csi_receiver::descriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_TRUE(csi_receiver::connect_address(client.get(), "127.0.0.1", server.port()));
+    EXPECT_TRUE(wait_until([&] { return server.waiting_clients() == 1; }));
+}
+
+TEST(soak_attackers, a_stranger_reaches_every_open_port) {
+    const peers::descriptor daemon = peers::bind_udp("127.0.0.1", 0);
+    reporter report;
+    stranger visitor(report, 1);
+    visitor.step(steady_clock::now() + 6s);
+    std::set<std::string> received;
+    const bool complete = wait_until([&] {
+        std::vector<char> buffer(100);
+        std::string address;
+        const ssize_t count = csi_receiver::recv_from(daemon.get(), buffer, address, nullptr);
+        EXPECT_EQ(address, "127.0.0.99");
+        received.insert(std::string(buffer.data(), static_cast<std::size_t>(count)));
+        return received.size() == 4;
+    });
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(received.count(R"({"success":"yes"})"), 1U);
 }
