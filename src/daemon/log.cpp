@@ -167,7 +167,8 @@ void rotate(const std::string& path) {
 }
 
 log_redirection::log_redirection(const std::string& directory, const std::string& name)
-    : path_(directory + "/" + name) {
+    // Up to a null character, as the system reads it: the suffixes of old logs must count.
+    : path_((directory + "/" + name).c_str()) {
     const std::lock_guard<std::mutex> lock(state().mutex);
     mkdir(directory.c_str(), 0705);
     rotate(path_);
