@@ -37,7 +37,8 @@ int bound_socket(const char* address) {
 
 const int core = bound_socket("127.0.0.1");
 const int stranger = bound_socket("127.0.0.2");
-std::vector<std::pair<int, std::string>> datagrams; // what answers the request under way, and whence
+std::vector<std::pair<int, std::string>>
+    datagrams; // what answers the request under way, and whence
 
 std::string exchange(std::istringstream& lines, const std::string& request) {
     assert(!fuzz::end_expected); // the reply before should have ended the daemon
@@ -62,8 +63,8 @@ std::string exchange(std::istringstream& lines, const std::string& request) {
     const auto reply = ask_over_udp("127.0.0.1", local_port(core), request, {timeout, timeout});
     // An empty datagram is none, and then the request is repeated once.
     const bool repeated = sent.size() > 1 && sent[0].empty();
-    assert(reply == (sent.empty() ? "" : sent[repeated ? 1 : 0])
-                        .substr(0, udp_client::receive_buffer_size));
+    assert(reply ==
+           (sent.empty() ? "" : sent[repeated ? 1 : 0]).substr(0, udp_client::receive_buffer_size));
     fuzz::end_expected = !fuzz::is_valid_reply(request, *reply);
     return *reply;
 }
