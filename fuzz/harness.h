@@ -29,4 +29,7 @@ inline std::function<std::string(std::uint16_t port, const std::string& request)
 inline bool end_expected = false;
 struct daemon_end {};
 
+/// False if the command in the request must end the daemon on this reply of a core service.
+bool is_valid_reply(const std::string& request, const std::string& reply);
+
 } // namespace fuzz

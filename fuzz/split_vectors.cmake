@@ -1,6 +1,7 @@
 # Splits the conversations in the files `vectors` into seeds in the folder `output`. The target
-# "message" gets every step and every whole conversation, with one line per message or answer. The
-# other targets get every single message, answer and routing.
+# "message" gets every step and every whole conversation, with one line per message or answer, and
+# "exchange" the answers of a whole conversation. The other targets get every single message, answer
+# and routing.
 cmake_minimum_required(VERSION 3.21)
 file(REMOVE_RECURSE ${output})
 
@@ -25,6 +26,7 @@ foreach(vector IN LISTS vectors)
     get_line(routing "${json}" routing)
     file(WRITE ${output}/routing/${name} "${routing}")
     set(conversation "")
+    set(replies "")
     get_last(last_step "${json}" steps)
     foreach(step RANGE ${last_step})
         get_line(lines "${json}" steps ${step} receive)
@@ -35,10 +37,12 @@ foreach(vector IN LISTS vectors)
             get_line(reply "${json}" steps ${step} asks ${ask} answer)
             file(WRITE ${output}/core_replies/${name}-${step}-${ask} "${reply}")
             string(APPEND lines "\n${reply}")
+            string(APPEND replies "${reply}\n")
             math(EXPR ask "${ask} + 1")
         endwhile()
         file(WRITE ${output}/message/${name}-${step} "${lines}\n")
         string(APPEND conversation "${lines}\n")
     endforeach()
     file(WRITE ${output}/message/${name} "${conversation}")
+    file(WRITE ${output}/exchange/${name} "${replies}")
 endforeach()
