@@ -21,6 +21,8 @@ install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
     FILES_MATCHING PATTERN "*.md")
 install(FILES packaging/README.md packaging/csi_receiver.conf
     DESTINATION ${csi_receiver_doc_dir}/packaging COMPONENT daemon)
+install(FILES packaging/proxy/nginx.conf packaging/proxy/haproxy.cfg
+    DESTINATION ${csi_receiver_doc_dir}/packaging/proxy COMPONENT daemon)
 
 # The unit contains paths, which `cmake --install --prefix` may still change.
 foreach(name IN ITEMS CMAKE_INSTALL_SBINDIR CMAKE_INSTALL_SYSCONFDIR
