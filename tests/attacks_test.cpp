@@ -240,7 +240,8 @@ TEST_F(told_to_end, no_loop_begins_another_exchange) {
             server.queue(engine_command);
         }
         daemon_process daemon(
-            directory, {directory.write("conf", two_zorvins + std::to_string(server.port()))});
+            directory,
+            {"csi_receiver", directory.write("conf", two_zorvins + std::to_string(server.port()))});
         started.set_value(&daemon);
         EXPECT_EQ(daemon.wait(10s), 0) << row;
         answer_with({});
