@@ -229,6 +229,7 @@ static main_function* daemon_main;
 
 static int counted_main(int argc, char** argv, char** environment) {
     csi_faults::begin_counting();
+    // cppcheck-suppress AssignmentAddressToInteger
     const int status = daemon_main(argc, argv, environment);
     csi_faults::end_counting();
     return status;

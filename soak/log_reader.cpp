@@ -84,7 +84,7 @@ std::optional<int> log_reader::rotations_of_open_file() const {
 /// Opens the file that followed the open one, if that has been rotated.
 bool log_reader::open_next() {
     const std::optional<int> rotations = rotations_of_open_file();
-    if (rotations == 0) {
+    if (rotations.value_or(1) == 0) {
         return false;
     }
     read_lines(); // written before the rotation, but after the last read

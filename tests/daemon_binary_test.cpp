@@ -43,8 +43,9 @@ texts lines_after_kernel(const daemon_process& daemon) {
     utsname kernel{};
     uname(&kernel);
     if (std::string(kernel.version).find("PREEMPT") != std::string::npos) {
-        EXPECT_EQ(lines.empty() ? "" : lines.front(), "Running with a preemptive kernel");
-        lines.erase(lines.begin(), lines.begin() + (lines.empty() ? 0 : 1));
+        lines.resize(std::max<std::size_t>(lines.size(), 1));
+        EXPECT_EQ(lines.front(), "Running with a preemptive kernel");
+        lines.erase(lines.begin());
     }
     return lines;
 }

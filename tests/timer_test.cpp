@@ -161,8 +161,9 @@ TEST(timer, refused_by_the_system_throws_its_text) {
     getrlimit(RLIMIT_SIGPENDING, &old);
     const rlimit none{0, old.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
-    for (const auto& create : {std::function<void()>([] { threading::interval_timer(1000); }),
-                               std::function<void()>([] { threading::timer(1000, {}, 0); })}) {
+    const std::function<void()> rows[] = {[] { const threading::interval_timer timer(1000); },
+                                          [] { const threading::timer timer(1000, {}, 0); }};
+    for (const auto& create : rows) {
         try {
             create();
             ADD_FAILURE() << "granted";

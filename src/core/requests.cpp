@@ -40,7 +40,8 @@ std::string reading_of_reply::describe() const {
     constexpr std::size_t longest_reply = 500;
     std::string reply = json::write(reply_);
     if (reply.size() > longest_reply) {
-        reply = reply.substr(0, longest_reply) + "...";
+        reply.resize(longest_reply);
+        reply += "...";
     }
     return "core service " + address_ + " broke its protocol: it answered " +
            json::write(request_) + " with " + reply;

@@ -1,5 +1,6 @@
 #include "daemon/log.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -174,7 +175,7 @@ void rotate(const std::string& path) {
 log_redirection::log_redirection(const std::string& directory, const std::string& name)
     : path_(directory + "/" + name) {
     // The system reads a path up to a null character: rotation must add its suffixes there.
-    path_ = path_.substr(0, path_.find('\0'));
+    path_.resize(std::min(path_.find('\0'), path_.size()));
     const std::lock_guard<std::mutex> lock(state().mutex);
     mkdir(directory.c_str(), 0705);
     rotate(path_);
