@@ -178,8 +178,8 @@ TEST(attacks, a_report_goes_out_between_polls_that_are_held) {
 }
 
 TEST(attacks, memory_that_is_refused_is_an_exception) {
-    EXPECT_THROW(json::system_memory::Malloc(SIZE_MAX / 2), std::bad_alloc);
-    EXPECT_THROW(json::system_memory::Realloc(nullptr, 0, SIZE_MAX / 2), std::bad_alloc);
+    EXPECT_THROW(json::system_memory::Malloc(SIZE_MAX - 4096), std::bad_alloc);
+    EXPECT_THROW(json::system_memory::Realloc(nullptr, 0, SIZE_MAX - 4096), std::bad_alloc);
     EXPECT_EQ(json::system_memory::Malloc(0), nullptr);
 }
 

@@ -2,9 +2,10 @@
 // that they apply however these are started.
 extern "C" {
 
-// The slow unwinder: libcurl has no frame pointers, and the suppression names its caller.
+// The slow unwinder: libcurl has no frame pointers, and the suppression names its caller. Memory is
+// refused as the system refuses it: the code must handle that.
 const char* __asan_default_options() {
-    return "fast_unwind_on_malloc=0";
+    return "fast_unwind_on_malloc=0:allocator_may_return_null=1";
 }
 
 // Each POST builds a new header list that is never released, for compatibility.
