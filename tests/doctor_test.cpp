@@ -107,7 +107,8 @@ TEST(doctor, socket_list) {
     };
     const std::string head = "  sl  local_address rem_address   st\n";
     for (const auto& [addresses, receives] : rows) {
-        const std::string list = head + "   12: " + addresses + " 07\n";
+        std::string list = head;
+        list.append("   12: ").append(addresses).append(" 07\n");
         EXPECT_EQ(receives_from_loopback(list, 0x37e8), receives) << list;
     }
 }
