@@ -119,11 +119,13 @@ TEST(doctor, replies) {
     csi_receiver::routing_table table;
     read_routing("101:127.0.0.1:wlan0:020000000065", table);
     for_each_case("doctor/replies", [&](const json::value& one) {
-        core.answer_with([&one](const std::string& request) {
+        const auto reply_to = [&one](const char* request) {
+            const json::value* const reply = json::find(one, request);
+            return reply == nullptr ? R"({"ping":0})" : wire_text(*reply);
+        };
+        core.answer_with([ping = reply_to("ping"), info = reply_to("info")](const auto& request) {
             const bool pinged = request == R"({"ping":null})";
-            const json::value* const reply = json::find(one, pinged ? "ping" : "info");
-            return std::optional(
-                std::vector<std::string>{reply == nullptr ? R"({"ping":0})" : wire_text(*reply)});
+            return std::optional(std::vector<std::string>{pinged ? ping : info});
         });
         report found;
         check_core_service(table.zorvins().front(), true, found);

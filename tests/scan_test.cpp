@@ -260,7 +260,7 @@ TEST_F(scan, gives_way_to_what_the_server_wants_while_it_stops_a_bot) {
 
 TEST_F(scan, is_in_progress_until_its_last_request_was_sent) {
     scanner_parts parts(server.port(), at(101));
-    int stops = 0;
+    std::atomic<int> stops{0};
     core.answer_with([&](const std::string& request) -> std::optional<texts> {
         if (request == sounding(101, 0)) {
             parts.subject.start(); // as the main thread could meanwhile
