@@ -1,18 +1,22 @@
 // The floor of the whole process: attaches, polls and replies over the same connection and with the
-// same bytes as the daemon, but reads no command and writes no log. Arguments: the server's port,
-// and "turns" to check for signals every 20 ms, as the daemon has to, or "sleep" to wait once per
-// poll.
+// same bytes as the daemon, and logs the same lines, but does not look into a command. Arguments:
+// the server's port; "turns" to check for signals every 20 ms, as the daemon has to, or "sleep" to
+// wait once per poll; and the path of its log.
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <thread>
 
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include "bench/bare_handle.h"
+#include "bench/bare_log.h"
 
 namespace {
 
@@ -39,9 +43,21 @@ int open_signals() {
     return signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
 }
 
-void serve_commands(csi_bench::bare_handle& server) {
-    while (!server.get().empty()) {
+/// In one write. There is nothing to be done about a failure.
+void write_line(int log, const std::string& text) {
+    const std::string line = csi_bench::format_log_line(text);
+    static_cast<void>(!write(log, line.data(), line.size()));
+}
+
+void serve_commands(csi_bench::bare_handle& server, int log) {
+    for (;;) {
+        const std::string command = server.get();
+        if (command.empty()) {
+            return;
+        }
+        write_line(log, "zorvin_client::parse_msg receives: " + command);
         server.post(reply);
+        write_line(log, std::string("[ 127.0.0.1 ] <-- ") + reply);
         std::this_thread::sleep_for(command_pause);
     }
 }
@@ -49,9 +65,10 @@ void serve_commands(csi_bench::bare_handle& server) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
+    if (argc != 4) {
         return 1;
     }
+    const int log = open(argv[3], O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     const bool takes_turns = std::strcmp(argv[2], "turns") == 0;
     const auto wait_ms = static_cast<int>((takes_turns ? turn : poll_interval).count());
     pollfd signals{open_signals(), POLLIN, 0};
@@ -66,7 +83,7 @@ int main(int argc, char** argv) {
         const steady_clock::time_point now = steady_clock::now();
         if (!takes_turns || now - last_poll > poll_interval) {
             last_poll = now;
-            serve_commands(server);
+            serve_commands(server, log);
         }
     } while (poll(&signals, 1, wait_ms) == 0);
     return 0;

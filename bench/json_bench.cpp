@@ -1,9 +1,12 @@
-// What a message costs compared with only parsing and writing its JSON text.
+// What a message costs compared with only parsing it, writing the reply's JSON text, and logging
+// it.
+#include <iostream>
 #include <string>
 
 #include <benchmark/benchmark.h>
 
 #include "bench/bare_json.h"
+#include "bench/bare_log.h"
 #include "client/identifiers.h"
 #include "client/zorvin_client.h"
 #include "platform/json.h"
@@ -31,9 +34,19 @@ const std::string& large_message() {
     return text;
 }
 
-void bare_json(benchmark::State& state, const std::string& text) {
+/// As long as what parse_msg adds, to a byte.
+const csi_bench::reply_members version_reply{{"success", nullptr},
+                                             {"version", "v1.0-0-g111a051e591b"}};
+const csi_bench::reply_members unknown_reply{{"success", nullptr}, {"reason", "Not supported"}};
+
+void bare_json(benchmark::State& state, const std::string& text,
+               const csi_bench::reply_members& members) {
     while (state.KeepRunning()) {
-        benchmark::DoNotOptimize(csi_bench::parse_and_write(text));
+        const std::string line =
+            csi_bench::format_log_line("zorvin_client::parse_msg receives: " + text);
+        std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+        const std::string reply = csi_bench::parse_and_write(text, members);
+        benchmark::DoNotOptimize(reply.data());
     }
 }
 
@@ -61,8 +74,8 @@ void identifier_passes(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK_CAPTURE(bare_json, small, small_message);
-BENCHMARK_CAPTURE(bare_json, large, large_message());
+BENCHMARK_CAPTURE(bare_json, small, small_message, version_reply);
+BENCHMARK_CAPTURE(bare_json, large, large_message(), unknown_reply);
 BENCHMARK_CAPTURE(parse_msg, small, small_message);
 BENCHMARK_CAPTURE(parse_msg, large, large_message());
 BENCHMARK(identifier_passes);

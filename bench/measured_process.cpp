@@ -16,6 +16,13 @@ namespace {
 
 constexpr std::chrono::seconds timeout(60);
 
+template<class list>
+std::size_t count_requests(const list& requests, const char* method) {
+    return static_cast<std::size_t>(
+        std::count_if(requests.begin(), requests.end(),
+                      [method](const auto& request) { return request.method == method; }));
+}
+
 } // namespace
 
 double measured_process::start(std::vector<std::string> arguments, std::size_t posts) {
@@ -85,17 +92,22 @@ double measured_process::serve(std::size_t commands) {
     return (cpu_time() - before) / static_cast<double>(commands);
 }
 
+void measured_process::wait_for_polls(std::size_t count) {
+    wait_for("GET", count_requests(server_.requests(), "GET") + count);
+}
+
 void measured_process::wait_for_posts(std::size_t count) {
+    wait_for("POST", count);
+}
+
+void measured_process::wait_for(const char* method, std::size_t count) {
     // The server keeps enough requests for a whole benchmark.
-    const auto enough = [count](const auto& requests) {
-        const auto posts = std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-            return request.method == "POST";
-        });
-        return static_cast<std::size_t>(posts) >= count;
+    const auto enough = [method, count](const auto& requests) {
+        return count_requests(requests, method) >= count;
     };
     if (!server_.wait_for(enough, timeout)) {
-        throw std::runtime_error("only " + std::to_string(server_.posts()) + " POSTs instead of " +
-                                 std::to_string(count));
+        throw std::runtime_error("fewer than " + std::to_string(count) + " requests with " +
+                                 method);
     }
 }
 

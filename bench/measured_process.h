@@ -38,10 +38,14 @@ public:
     /// Hands out commands one by one. Returns the CPU time per command, in ns.
     double serve(std::size_t commands);
 
+    /// Waits until the program has asked for a command that many times more.
+    void wait_for_polls(std::size_t count);
+
 private:
     /// Of the latest attach.
     [[nodiscard]] std::chrono::steady_clock::time_point attach_time() const;
     void wait_for_posts(std::size_t count);
+    void wait_for(const char* method, std::size_t count);
 
     peers::rest_server server_;
     pid_t pid_ = 0;

@@ -2,19 +2,15 @@
 // the same times. While idle they run side by side, so that what disturbs the machine disturbs all.
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "bench/installation.h"
 #include "bench/measured_process.h"
 #include "bench/table.h"
-#include "peers/core_service.h"
-#include "peers/journal.h"
 
 namespace {
 
@@ -62,14 +58,12 @@ private:
 class comparison {
 public:
     comparison() {
-        daemon_.set_arguments({CSI_RECEIVER_BINARY, write_configuration(daemon_.port(), "true")});
-        mute_.set_arguments({CSI_RECEIVER_BINARY, write_configuration(mute_.port(), "no")});
-        bare_.set_arguments({CSI_BENCH_BARE_BINARY, bare_.port(), "turns"});
-        sleeper_.set_arguments({CSI_BENCH_BARE_BINARY, sleeper_.port(), "sleep"});
+        using csi_bench::installation;
+        daemon_.set_arguments(place_.daemon_command(daemon_.port(), "true"));
+        mute_.set_arguments(place_.daemon_command(mute_.port(), "no"));
+        bare_.set_arguments(installation::bare_command(bare_.port(), "turns", place_.path("bare")));
+        sleeper_.set_arguments(installation::bare_command(sleeper_.port(), "sleep", "/dev/null"));
     }
-    ~comparison() { std::filesystem::remove_all(directory_); }
-    comparison(const comparison&) = delete;
-    comparison& operator=(const comparison&) = delete;
 
     void run() {
         for (int count = 0; count < starts; ++count) {
@@ -87,10 +81,10 @@ public:
     void print() const {
         using of = contender;
         csi_bench::print_header("The process: the floor is a bare program with the same requests");
-        print_row("CPU per command", "ns", &of::command, {1.2, 0}, bare_);
-        csi_bench::print_row("  with the log to /dev/null", "ns", mute_.command, bare_.command,
-                             {1.2, 0});
-        print_row("CPU per idle second", "ns", &of::still, {1.1, 0}, bare_);
+        print_row("CPU per command", "ns", &of::command, {1.1, 0}, bare_);
+        csi_bench::print_row("  with the log to /dev/null", "ns", mute_.command, sleeper_.command,
+                             {1.1, 0});
+        print_row("CPU per idle second", "ns", &of::still, {1.05, 0}, bare_);
         print_row("  with a quiet scan every 30 s", "ns", &of::scanning, {}, bare_);
         print_row("  compared with a floor without turns", "ns", &of::still, {}, sleeper_);
         print_row("resident memory", "KiB", &of::resident, {0, 1024}, bare_);
@@ -135,33 +129,12 @@ private:
         }
     }
 
-    /// Returns the path. `log` is the value of "log".
-    [[nodiscard]] std::string write_configuration(const std::string& port, const char* log) const {
-        std::string path = directory_ + "/conf_" + log;
-        std::ofstream(path) << "zorvin_uuid=9001\nserver=127.0.0.1\nhttp_port=" << port
-                            << "\nlog=" << log << "\nlog_path=" << directory_
-                            << "\nrouting=101:127.0.0.1:wlan0:0A0000000101\n";
-        return path;
-    }
-    static std::string make_directory() {
-        std::string pattern = std::filesystem::temp_directory_path() / "csi_bench_XXXXXX";
-        return mkdtemp(pattern.data());
-    }
-    static peers::core_service_options core_options() {
-        peers::core_service_options result;
-        result.times.appear_after =
-            std::chrono::milliseconds(100); // a scan ends at its first check
-        return result;
-    }
-
-    const std::string directory_ = make_directory();
-    peers::journal journal_;
-    peers::core_service core_{journal_, "127.0.0.1", core_options()};
-
-    contender daemon_{journal_, 3};  // attach, reply, and what the first scan has found
-    contender mute_{journal_, 3};    // the daemon with its log to /dev/null
-    contender bare_{journal_, 2};    // attach and reply
-    contender sleeper_{journal_, 2}; // the bare program without the daemon's turns
+    csi_bench::installation place_;
+    contender daemon_{place_.journal(), 3}; // attach, reply, and what the first scan has found
+    contender mute_{place_.journal(), 3};   // the daemon with its log to /dev/null
+    contender bare_{place_.journal(), 2};   // attach and reply
+    contender sleeper_{place_.journal(),
+                       2}; // the bare program without turns, with its log to /dev/null
     const std::vector<contender*> all_{&daemon_, &mute_, &bare_, &sleeper_};
 };
 

@@ -48,14 +48,11 @@ std::string text_of(budget allowed, const std::string& unit) {
     return allowed.times > 0 ? with_decimals(allowed.times, 2) : "-";
 }
 
-const char* verdict_on(double ours, double floor, double quotient, budget allowed) {
+bool meets(double ours, double floor, double quotient, budget allowed) {
     if (allowed.plus > 0) {
-        return ours <= floor + allowed.plus ? "met" : "MISSED";
+        return ours <= floor + allowed.plus;
     }
-    if (allowed.times > 0) {
-        return quotient <= allowed.times ? "met" : "MISSED";
-    }
-    return "-";
+    return allowed.times <= 0 || quotient <= allowed.times;
 }
 
 std::vector<double> quotients_of(const std::vector<double>& ours,
@@ -77,16 +74,21 @@ void print_header(const std::string& title) {
                 "---------:|-----------:|---------|\n");
 }
 
-void print_row(const std::string& what, const char* unit, const std::vector<double>& ours,
+bool print_row(const std::string& what, const char* unit, const std::vector<double>& ours,
                const std::vector<double>& floor, budget allowed) {
     const figure our = summarise(ours);
     const figure least = summarise(floor);
     const double quotient = summarise(quotients_of(ours, floor)).median;
+    const bool is_met = meets(our.median, least.median, quotient, allowed);
+    const bool is_limited = allowed.plus > 0 || allowed.times > 0;
     std::printf("| %-37s | %11s | %2.0f | %11s | %2.0f | %8.2f | %10s | %-7s |\n", what.c_str(),
                 text_of(our.median, unit).c_str(), our.spread, text_of(least.median, unit).c_str(),
                 least.spread, quotient, text_of(allowed, unit).c_str(),
-                verdict_on(our.median, least.median, quotient, allowed));
+                !is_limited ? "-"
+                : is_met    ? "met"
+                            : "MISSED");
     std::fflush(stdout);
+    return is_met;
 }
 
 } // namespace csi_bench

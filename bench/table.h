@@ -17,8 +17,8 @@ void print_header(const std::string& title);
 
 /// Prints one line from repeated measurements, of which each of ours goes with the one of the floor
 /// at the same index: both medians with their interquartile ranges in percent, the median of the
-/// quotients, the budget, and whether it is met. Times are in ns.
-void print_row(const std::string& what, const char* unit, const std::vector<double>& ours,
+/// quotients, the budget, and whether it is met, which is also returned. Times are in ns.
+bool print_row(const std::string& what, const char* unit, const std::vector<double>& ours,
                const std::vector<double>& floor, budget allowed);
 
 } // namespace csi_bench
