@@ -1,9 +1,5 @@
-// What a stranger on the network or a name in the file system must not achieve, and how soon the
-// daemon ends whatever its peers do.
+// What a stranger on the network or a name in the file system must not achieve.
 #include <atomic>
-#include <cstdint>
-#include <fstream>
-#include <future>
 #include <thread>
 
 #include <fcntl.h>
@@ -14,14 +10,13 @@
 
 #include "daemon/log.h"
 #include "http/http_client.h"
-#include "peers/core_service.h"
 #include "peers/rest_server.h"
 #include "platform/descriptor.h"
 #include "platform/fair_mutex.h"
 #include "platform/json.h"
 #include "platform/socket.h"
 #include "platform/udp_client.h"
-#include "support/daemon_process.h"
+#include "support/fixtures.h"
 
 using namespace csi_receiver;
 using namespace std::chrono_literals;
@@ -181,76 +176,4 @@ TEST(attacks, memory_that_is_refused_is_an_exception) {
     EXPECT_THROW(json::system_memory::Malloc(SIZE_MAX - 4096), std::bad_alloc);
     EXPECT_THROW(json::system_memory::Realloc(nullptr, 0, SIZE_MAX - 4096), std::bad_alloc);
     EXPECT_EQ(json::system_memory::Malloc(0), nullptr);
-}
-
-namespace {
-
-constexpr const char* two_zorvins =
-    "zorvin_uuid=1\nserver=127.0.0.1\nlog=no\ncsi_file=/dev/null\n"
-    "routing=101:127.0.0.1:wlan0:0A0000000101,102:127.0.0.1:wlan1:0A0000000102,"
-    "103:127.0.0.2:wlan2:0A0000000103\nhttp_port=";
-
-constexpr const char* engine_command =
-    R"({"cmd":"start","bots":[101,102,103],"engineType":"motion2"})";
-
-struct told_to_end : testing::Test {
-    /// Asks both core services, as one.
-    void answer_with(const peers::datagram_peer::reply_override& replies) {
-        first.answer_with(replies);
-        second.answer_with(replies);
-    }
-    [[nodiscard]] std::vector<std::string> requests() const {
-        std::vector<std::string> result;
-        for (const peers::message& one : journal.messages()) {
-            if (one.from == "daemon" && one.to != "server") {
-                result.push_back(one.text);
-            }
-        }
-        return result;
-    }
-
-    temporary_directory directory;
-    peers::journal journal;
-    peers::rest_server server{journal};
-    peers::core_service first{journal, "127.0.0.1"};
-    peers::core_service second{journal, "127.0.0.2"};
-};
-
-} // namespace
-
-TEST_F(told_to_end, no_loop_begins_another_exchange) {
-    const char* const rows[] = {
-        R"({"ping":)",  R"("cmd":"add_interface")", R"("cmd":"info")", R"("cmd":"save_csi")",
-        R"("rate":33)", // the engine command's rate: no scan has it
-    };
-    for (const char* const row : rows) {
-        std::promise<const daemon_process*> started;
-        std::shared_future<const daemon_process*> daemon_of = started.get_future().share();
-        std::atomic<std::size_t> asked{0};
-        journal.clear();
-        answer_with([&](const std::string& request) {
-            if (asked == 0 && request.find(row) != std::string::npos) {
-                asked = requests().size();
-                daemon_of.get()->signal(SIGTERM);
-            }
-            return std::optional<std::vector<std::string>>();
-        });
-        if (row == rows[4]) {
-            server.queue(R"({"cmd":"rate","rate":33})");
-            server.queue(engine_command);
-        }
-        daemon_process daemon(
-            directory,
-            {"csi_receiver", directory.write("conf", two_zorvins + std::to_string(server.port()))});
-        started.set_value(&daemon);
-        EXPECT_EQ(daemon.wait(10s), 0) << row;
-        answer_with({});
-        const std::vector<std::string> all = requests();
-        ASSERT_EQ(all.size(), asked + 3) << row << testing::PrintToString(all);
-        for (std::size_t at = asked; at < all.size(); ++at) {
-            EXPECT_NE(all[at].find("del_interface"), std::string::npos) << row;
-        }
-        EXPECT_NE(daemon.output().find("received terminate signal"), std::string::npos) << row;
-    }
-    EXPECT_EQ(server.requests().back().body, R"({"success":false,"reason":"Engine object error"})");
 }
