@@ -4,8 +4,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include "daemon/log.h"
@@ -14,8 +12,6 @@
 #include "platform/descriptor.h"
 #include "platform/fair_mutex.h"
 #include "platform/json.h"
-#include "platform/socket.h"
-#include "platform/udp_client.h"
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
@@ -23,43 +19,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A UDP socket at an address of its own.
-struct udp_sender {
-    explicit udp_sender(const char* address) { EXPECT_TRUE(bind_address(fd.get(), address, 0)); }
-    void send(const std::string& text, std::uint16_t port) const {
-        const auto size = static_cast<ssize_t>(text.size());
-        EXPECT_EQ(send_text_to(fd.get(), text, "127.0.0.1", port, 0), size);
-    }
-    const descriptor fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-};
-
 mode_t mode_of(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 
 } // namespace
-
-TEST(attacks, a_datagram_from_a_stranger_is_never_an_answer) {
-    const udp_sender peer("127.0.0.1");
-    const udp_sender stranger("127.0.0.2");
-    udp_client client("127.0.0.1", local_port(peer.fd.get()), [&](std::uint16_t port) {
-        stranger.send(R"({"success":"yes"})", port); // bound, not yet connected: it gets in
-        stranger.send(R"({"success":true})", port);
-    });
-    peer.send("the answer", client.local_port());
-    EXPECT_EQ(client.exchange("request", 2000), "the answer");
-
-    // One that is still on its way into the socket when that is connected gets in, too.
-    sockaddr nobody{};
-    nobody.sa_family = AF_UNSPEC;
-    ASSERT_EQ(connect(client.fd(), &nobody, sizeof nobody), 0);
-    ASSERT_TRUE(bind_address(client.fd(), "0.0.0.0", client.local_port()));
-    stranger.send("forged", client.local_port());
-    std::string reply = "unchanged";
-    EXPECT_TRUE(client.receive(reply));
-    EXPECT_EQ(reply, "unchanged");
-}
 
 TEST(attacks, a_log_name_opens_up_no_file_and_hangs_no_start) {
     temporary_directory directory;
