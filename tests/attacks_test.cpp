@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 
 #include "daemon/log.h"
-#include "http/http_client.h"
-#include "peers/rest_server.h"
 #include "platform/descriptor.h"
 #include "platform/fair_mutex.h"
 #include "platform/json.h"
@@ -113,28 +111,6 @@ TEST(attacks, a_request_that_waits_is_served_before_one_that_comes_later) {
     mutex.unlock();
     waiter.join();
     EXPECT_LE(taken_before_waiter, 1);
-}
-
-TEST(attacks, a_report_goes_out_between_polls_that_are_held) {
-    peers::journal journal;
-    peers::rest_server server(journal);
-    curl_http::http_client http(server.port());
-    const std::string url = "http://127.0.0.1:/v2/zorvins/1/msg";
-    server.set_delay(50ms);
-    std::atomic<bool> enough{false};
-    std::thread poller([&] {
-        while (!enough) {
-            http.get(url);
-        }
-    });
-    ASSERT_TRUE(wait_until([&] { return server.gets() > 0; }));
-    for (int report = 0; report < 5; ++report) {
-        const std::size_t most = server.gets() + 3;
-        http.post_json(url, "{}");
-        EXPECT_LE(server.gets(), most);
-    }
-    enough = true;
-    poller.join();
 }
 
 TEST(attacks, memory_that_is_refused_is_an_exception) {
