@@ -15,52 +15,31 @@
 using namespace csi_receiver;
 using namespace std::chrono_literals;
 
-namespace {
-
-mode_t mode_of(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
-}
-
-} // namespace
-
 TEST(attacks, a_log_name_opens_up_no_file_and_hangs_no_start) {
-    temporary_directory directory;
-    const std::string log = directory.path + "/x.log";
-    const std::string target = directory.path + "/target";
-    const auto link_to = [&](const std::string& path) {
-        EXPECT_EQ(symlink(path.c_str(), log.c_str()), 0);
-    };
-    const auto make = [](const std::string& path, mode_t mode) {
-        EXPECT_GE(descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode)).get(), 0);
-    };
     const struct {
         const char* name;
-        std::function<void()> prepare;
+        const char* link; // what the log's name links to, if to anything
+        const char* made; // the file that is there, if there is one
+        mode_t type;      // of that
         mode_t file_mask;
-        std::string looked_at;
+        const char* looked_at;
         mode_t mode; // 0: there is no such file
         bool is_written;
     } rows[] = {
-        {"new", [] {}, 0, log, 0644, true},
-        {"new, with a strict mask", [] {}, 077, log, 0600, true},
-        {"private", [&] { make(log, 0600); }, 0, log, 0600, true},
-        {"link to an empty file",
-         [&] {
-             make(target, 0600);
-             link_to(target);
-         },
-         0, target, 0600, true},
-        {"link to nothing", [&] { link_to(target); }, 0, target, 0, false},
-        {"link to a device", [&] { link_to("/dev/null"); }, 0, "/dev/null", 0666, true},
-        {"link in a circle", [&] { link_to(log); }, 0, log, 0, false},
-        {"FIFO without a reader", [&] { EXPECT_EQ(mkfifo(log.c_str(), 0600), 0); }, 0, log, 0600,
-         false},
+        {"new", "", "", 0, 0, "x.log", 0644, true},
+        {"new, with a strict mask", "", "", 0, 077, "x.log", 0600, true},
+        {"private", "", "x.log", S_IFREG, 0, "x.log", 0600, true},
+        {"link to an empty file", "target", "target", S_IFREG, 0, "target", 0600, true},
+        {"link to nothing", "target", "", 0, 0, "target", 0, false},
+        {"link to a device", "/dev/null", "", 0, 0, "/dev/null", 0666, true},
+        {"link in a circle", "x.log", "", 0, 0, "x.log", 0, false},
+        {"FIFO without a reader", "", "x.log", S_IFIFO, 0, "x.log", 0600, false},
     };
     for (const auto& row : rows) {
-        std::filesystem::remove(log);
-        std::filesystem::remove(target);
-        row.prepare();
+        const temporary_directory directory;
+        std::filesystem::current_path(directory.path);
+        EXPECT_EQ(*row.link == '\0' ? 0 : symlink(row.link, "x.log"), 0);
+        EXPECT_EQ(*row.made == '\0' ? 0 : mknod(row.made, row.type | 0600, 0), 0);
         umask(row.file_mask);
         {
             const log_redirection redirection(directory.path, "x.log");
@@ -69,11 +48,14 @@ TEST(attacks, a_log_name_opens_up_no_file_and_hangs_no_start) {
             EXPECT_EQ(log_out.good(), row.is_written) << row.name;
         }
         log_out.close();
-        EXPECT_EQ(mode_of(row.looked_at), row.mode) << row.name;
+        struct stat status {};
+        EXPECT_EQ(stat(row.looked_at, &status) == 0 ? status.st_mode & 07777U : 0, row.mode)
+            << row.name;
         if (geteuid() == 0) {
             chmod("/dev/null", 0666); // what a fault here would have done to everybody
         }
     }
+    std::filesystem::current_path("/");
 }
 
 TEST(attacks, a_fifo_that_nobody_empties_takes_what_it_can_hold) {
@@ -92,25 +74,28 @@ TEST(attacks, a_fifo_that_nobody_empties_takes_what_it_can_hold) {
 
 TEST(attacks, a_request_that_waits_is_served_before_one_that_comes_later) {
     threading::fair_mutex mutex;
-    std::atomic<int> taken{0};
-    std::atomic<int> taken_before_waiter{-1};
-    std::atomic<bool> is_waiting{false};
-    mutex.lock();
-    std::thread waiter([&] {
-        is_waiting = true;
-        const std::lock_guard<threading::fair_mutex> lock(mutex);
-        taken_before_waiter = taken.load();
-    });
-    ASSERT_TRUE(wait_until([&] { return is_waiting.load(); }));
-    for (int again = 0; taken_before_waiter < 0 && again < 1000; ++again) {
-        std::this_thread::sleep_for(1ms); // as long as a request takes
+    int overtaken = 0;
+    for (int round = 0; round < 20; ++round) {
+        int taken = 0;
+        std::atomic<int> taken_before_waiter{-1};
+        std::atomic<bool> is_waiting{false};
+        mutex.lock();
+        std::thread waiter([&] {
+            is_waiting = true;
+            const std::lock_guard<threading::fair_mutex> lock(mutex);
+            taken_before_waiter = taken;
+        });
+        EXPECT_TRUE(wait_until([&is_waiting] { return is_waiting.load(); }));
+        for (; taken_before_waiter < 0 && taken < 50; ++taken) {
+            std::this_thread::sleep_for(1ms); // as long as a request takes
+            mutex.unlock();
+            mutex.lock(); // at once, before the waiter can wake
+        }
         mutex.unlock();
-        mutex.lock(); // at once, before the waiter can wake
-        ++taken;
+        waiter.join();
+        overtaken += taken_before_waiter > 1 ? 1 : 0;
     }
-    mutex.unlock();
-    waiter.join();
-    EXPECT_LE(taken_before_waiter, 1);
+    EXPECT_LE(overtaken, 5); // the system may let a waiter pause before it gets there
 }
 
 TEST(attacks, memory_that_is_refused_is_an_exception) {
