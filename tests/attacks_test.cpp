@@ -11,50 +11,38 @@
 #include "platform/fair_mutex.h"
 #include "platform/json.h"
 #include "support/fixtures.h"
+#include "support/vectors.h"
 
 using namespace csi_receiver;
 using namespace std::chrono_literals;
 
+// In each case a file or a FIFO is there already, or the log's name is a link. The mode of what is
+// at the path afterwards is 0 if nothing is there.
 TEST(attacks, a_log_name_opens_up_no_file_and_hangs_no_start) {
-    const struct {
-        const char* name;
-        const char* link; // what the log's name links to, if to anything
-        const char* made; // the file that is there, if there is one
-        mode_t type;      // of that
-        mode_t file_mask;
-        const char* looked_at;
-        mode_t mode; // 0: there is no such file
-        bool is_written;
-    } rows[] = {
-        {"new", "", "", 0, 0, "x.log", 0644, true},
-        {"new, with a strict mask", "", "", 0, 077, "x.log", 0600, true},
-        {"private", "", "x.log", S_IFREG, 0, "x.log", 0600, true},
-        {"link to an empty file", "target", "target", S_IFREG, 0, "target", 0600, true},
-        {"link to nothing", "target", "", 0, 0, "target", 0, false},
-        {"link to a device", "/dev/null", "", 0, 0, "/dev/null", 0666, true},
-        {"link in a circle", "x.log", "", 0, 0, "x.log", 0, false},
-        {"FIFO without a reader", "", "x.log", S_IFIFO, 0, "x.log", 0600, false},
-    };
-    for (const auto& row : rows) {
+    for_each_case("programs/log_names", [](const json::value& one) {
         const temporary_directory directory;
         std::filesystem::current_path(directory.path);
-        EXPECT_EQ(*row.link == '\0' ? 0 : symlink(row.link, "x.log"), 0);
-        EXPECT_EQ(*row.made == '\0' ? 0 : mknod(row.made, row.type | 0600, 0), 0);
-        umask(row.file_mask);
+        const auto text = [&one](const char* member) {
+            return std::string(json::find_string(one, member).value_or(""));
+        };
+        EXPECT_EQ(text("link").empty() ? 0 : symlink(text("link").c_str(), "x.log"), 0);
+        EXPECT_EQ(text("file").empty() ? 0 : mknod(text("file").c_str(), S_IFREG | 0600, 0), 0);
+        EXPECT_EQ(text("fifo").empty() ? 0 : mkfifo(text("fifo").c_str(), 0600), 0);
+        umask(static_cast<mode_t>(std::stoul("0" + text("mask"), nullptr, 8)));
         {
             const log_redirection redirection(directory.path, "x.log");
-            EXPECT_EQ(log_out.is_open(), row.is_written) << row.name;
+            EXPECT_EQ(log_out.is_open(), one["is_written"].GetBool());
             log_prefix() << "a line";
-            EXPECT_EQ(log_out.good(), row.is_written) << row.name;
+            EXPECT_EQ(log_out.good(), one["is_written"].GetBool());
         }
         log_out.close();
         struct stat status {};
-        EXPECT_EQ(stat(row.looked_at, &status) == 0 ? status.st_mode & 07777U : 0, row.mode)
-            << row.name;
+        const bool is_there = stat(text("path").c_str(), &status) == 0;
+        EXPECT_EQ(is_there ? status.st_mode & 07777U : 0, std::stoul(text("mode"), nullptr, 8));
         if (geteuid() == 0) {
             chmod("/dev/null", 0666); // what a fault here would have done to everybody
         }
-    }
+    });
     std::filesystem::current_path("/");
 }
 

@@ -289,48 +289,32 @@ TEST_F(daemon_binary, a_wrong_type_from_the_core_service_ends_it) {
     EXPECT_EQ(daemon->wait(), -SIGABRT);
 }
 
+// In each case the daemon is terminated while a request is under way for the nth time. Where that
+// is on a timer's thread, the main thread is free to notice.
 TEST_F(daemon_binary, starts_nothing_new_when_it_is_terminated_in_mid_request) {
-    const struct {
-        const char* request; // the daemon is terminated while this is under way
-        int nth;             // for the nth time
-        bool by_timer;       // on a timer's thread: the main thread is free to notice
-    } rows[] = {
-        {R"({"ping":)", 1, false}, // start-up waits for the core services
-        {R"("cmd":"add_interface")", 1, false},
-        {R"("cmd":"info")", 1, false}, // an attach would come next
-        {R"("cmd":"save_csi")", 1, false},
-        {R"("cmd":"active_bots")", 1, false}, // a scan begins
-        {R"("rate":10)", 1, false},           // it starts the first of three Bots
-        {R"("cmd":"active_bots")", 3, true},  // it looks for them
-        {R"("rate":0)", 1, true},             // it stops the one that it found
-        {R"("rate":33)", 1, false},           // an engine command starts the first of three Bots
-    };
-    for (const auto& row : rows) {
-        const bool by_command = &row == std::end(rows) - 1;
+    for_each_case("programs/daemon_terminations", [this](const json::value& one) {
+        const bool by_command = json::find(one, "queue") != nullptr;
         std::atomic<bool> terminated{false};
         std::atomic<std::size_t> asked{0};
         std::atomic<std::size_t> posts{0};
         journal.clear();
-        during(row.request, row.nth, [&] {
+        during(wire_text(one["request"]), one["nth"].GetInt(), [&] {
             asked = requests().size();
             posts = server.posts();
             daemon->signal(SIGTERM);
-            EXPECT_TRUE(!row.by_timer || wait_until([this] {
+            EXPECT_TRUE(!one["by_timer"].GetBool() || wait_until([this] {
                 return daemon->output().find("Stopping the") != std::string::npos;
             }));
             terminated = true;
         });
         first.set_present("102", by_command); // a command comes after the scan
         start(two_zorvins);
-        if (by_command) {
-            ASSERT_TRUE(sends(R"({"bot_info":)"));
-            server.queue(R"({"cmd":"rate","rate":33})");
-            server.queue(R"({"cmd":"start","bots":[101,102,103],"engineType":"motion2"})");
-        }
-        ASSERT_TRUE(wait_until([&terminated] { return terminated.load(); })) << row.request;
+        EXPECT_TRUE(!by_command || sends(R"({"bot_info":)"));
+        for_each(one, "queue", [this](const auto& text) { server.queue(wire_text(text)); });
+        ASSERT_TRUE(wait_until([&terminated] { return terminated.load(); }));
         expect_end(asked, 3);
-        EXPECT_EQ(server.posts(), posts + (by_command ? 1 : 0)) << row.request;
-    }
+        EXPECT_EQ(server.posts(), posts + (by_command ? 1 : 0));
+    });
     EXPECT_EQ(server.requests().back().body, R"({"success":false,"reason":"Engine object error"})");
 }
 
