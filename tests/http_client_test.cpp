@@ -117,7 +117,7 @@ TEST_F(http_client, takes_what_a_server_may_answer) {
     });
     const descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_TRUE(bind_address(listener.get(), "127.0.0.1", 0) && listen(listener.get(), 1) == 0);
-    std::future<texts> served = std::async(serve, listener.get(), answers);
+    std::future<texts> served = std::async(std::launch::async, serve, listener.get(), answers);
     captured_output output;
     {
         curl_http::http_client client(1);
