@@ -31,8 +31,7 @@ struct connection {
 };
 std::array<connection, 1024> connections; // by libcurl's descriptor
 
-std::string replies;
-std::size_t next_reply = 0;
+std::istringstream replies;
 std::string sent;                    // everything that the server sent
 int answered = 0;                    // requests, within one call
 std::atomic<std::int64_t> waited{0}; // ns, in poll
@@ -54,23 +53,18 @@ void release(void* memory) {
     }
 }
 
-/// Cuts the part before the separator off the text and returns it. The separator is dropped.
-std::string_view take(std::string_view& text, char separator) {
-    const std::string_view part = text.substr(0, text.find(separator));
-    text.remove_prefix(std::min(text.size(), part.size() + 1));
-    return part;
-}
-
 void reply_to(connection& client) {
-    std::string_view rest = std::string_view(replies).substr(next_reply);
-    std::string_view reply = take(rest, '\x1d');
-    next_reply = rest.empty() ? 0 : replies.size() - rest.size();
-    const bool stays = !reply.empty() && reply.back() == '\x1f';
-    reply.remove_suffix(stays ? 1 : 0);
+    std::string reply;
+    std::getline(replies, reply, '\x1d');
+    if (replies.peek() == EOF) {
+        replies.clear();
+        replies.seekg(0);
+    }
     answered += reply.empty() ? 0 : 1; // libcurl repeats a request on a connection that ends
-    while (!reply.empty()) {
-        const std::string_view piece = take(reply, '\x1e'); // a packet; the system holds ten
-        if (!piece.empty()) {
+    const bool stays = !reply.empty() && reply.back() == '\x1f';
+    std::istringstream pieces(reply.substr(0, reply.size() - (stays ? 1 : 0)));
+    for (std::string piece; std::getline(pieces, piece, '\x1e');) {
+        if (!piece.empty()) { // a packet; the system holds ten
             sent += piece;
             static_cast<void>(write(client.end.get(), piece.data(), piece.size()));
         }
@@ -111,13 +105,9 @@ ssize_t send(int fd, const void* bytes, std::size_t length, int flags) {
 int poll(pollfd* polled, nfds_t count, int timeout_ms) {
     const bool ours =
         std::any_of(polled, polled + count, [](const pollfd& one) { return is_open(one.fd); });
-    const timespec timeout{timeout_ms / 1000, timeout_ms % 1000 * 1000000L};
-    const timespec none{};
-    const int ready = ppoll(polled, count,
-                            ours             ? &none
-                            : timeout_ms < 0 ? nullptr
-                                             : &timeout,
-                            nullptr);
+    const int limit_ms = ours ? 0 : timeout_ms;
+    const timespec limit{limit_ms / 1000, limit_ms % 1000 * 1000000L};
+    const int ready = ppoll(polled, count, limit_ms < 0 ? nullptr : &limit, nullptr);
     waited += ours && ready == 0 ? timeout_ms * std::int64_t{1000000} : 0;
     return ready;
 }
@@ -162,8 +152,7 @@ void fuzz::run(const std::string& input) {
                                                              &std::realloc, &strdup, &std::calloc);
     assert(initialised == CURLE_OK);
     const unsigned posts = input.empty() ? 0 : static_cast<unsigned char>(input[0]);
-    replies = input.substr(std::min<std::size_t>(input.size(), 1));
-    next_reply = 0;
+    replies = std::istringstream(input.substr(std::min<std::size_t>(input.size(), 1)));
     sent.clear();
     curl_http::http_client http(80);
     for (unsigned call = 0; call < 4; ++call) {
@@ -182,8 +171,7 @@ void fuzz::run(const std::string& input) {
             assert(!each.end.is_open() || each.used);
         }
     }
-    replies = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nback";
-    next_reply = 0;
+    replies = std::istringstream("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nback");
     assert(http.get(url) == "back" && http.connected()); // no reply spoils the next request
     for (connection& each : connections) {
         each.end.reset();

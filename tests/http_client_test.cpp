@@ -1,5 +1,7 @@
 // The HTTP transport, against a played server on real sockets.
 #include <atomic>
+#include <future>
+#include <regex>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +11,7 @@
 #include "platform/descriptor.h"
 #include "platform/socket.h"
 #include "support/fixtures.h"
+#include "support/vectors.h"
 
 using namespace csi_receiver;
 using namespace std::chrono_literals;
@@ -16,95 +19,58 @@ using texts = std::vector<std::string>;
 
 namespace {
 
-/// Answers the requests of one connection with these texts as they stand, then closes it. For
-/// requests without a body.
-class raw_server {
-public:
-    explicit raw_server(const texts& answers) {
-        EXPECT_TRUE(bind_address(listener_.get(), "127.0.0.1", 0));
-        EXPECT_EQ(listen(listener_.get(), 1), 0);
-        thread_ = std::thread([this, answers] {
-            std::string address;
-            std::uint16_t port = 0;
-            std::vector<char> buffer(4096);
-            const descriptor connection(accept_peer(listener_.get(), address, port));
-            shutdown(listener_.get(), SHUT_RDWR); // there is no second one
-            for (const std::string& answer : answers) {
-                const ssize_t count = recv_into(connection.get(), buffer, 0);
-                const std::string request(buffer.data(), count > 0 ? std::size_t(count) : 0);
-                requests_.push_back(request.substr(0, request.find('\r')));
-                send_text(connection.get(), answer, MSG_NOSIGNAL);
-            }
-        });
+/// Answers the requests of one connection with these texts as they stand, and returns the first
+/// lines of the requests, which have no bodies.
+texts serve(int listener, const texts& answers) {
+    texts requests;
+    std::string address;
+    std::uint16_t port = 0;
+    const descriptor connection(accept_peer(listener, address, port));
+    for (const std::string& answer : answers) {
+        std::vector<char> buffer(4096);
+        recv_into(connection.get(), buffer, 0);
+        const std::string request(buffer.data());
+        requests.push_back(request.substr(0, request.find('\r')));
+        send_text(connection.get(), answer, MSG_NOSIGNAL);
     }
-    ~raw_server() { static_cast<void>(end()); }
-    raw_server(const raw_server&) = delete;
-    raw_server& operator=(const raw_server&) = delete;
-
-    [[nodiscard]] std::uint16_t port() const { return local_port(listener_.get()); }
-
-    /// The first lines of the requests.
-    texts end() {
-        shutdown(listener_.get(), SHUT_RDWR);
-        if (thread_.joinable()) {
-            thread_.join();
-        }
-        return requests_;
-    }
-
-private:
-    const descriptor listener_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-    texts requests_;
-    std::thread thread_;
-};
-
-std::string http_text(const std::string& status, const std::string& body) {
-    return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
-           "\r\n\r\n" + body;
+    return requests;
 }
+
+struct http_client : testing::Test {
+    const std::string url = "http://127.0.0.1:1/v2/zorvins/1/msg"; // the port is overruled
+    peers::journal journal;
+    peers::rest_server server{journal};
+    curl_http::http_client http{server.port()};
+};
 
 } // namespace
 
-TEST(http_client, logs_each_outage_once) {
-    peers::journal journal;
-    peers::rest_server server(journal);
+TEST_F(http_client, logs_each_outage_once) {
     setenv("http_proxy", "http://127.0.0.1:1/", 1); // nothing is taken from the environment
     captured_output output;
-    curl_http::http_client http(server.port());
-    const std::string url = "http://127.0.0.1:/v2/zorvins/1/msg";
-    const std::string failed =
-        "request to " + url + " failed: " + curl_easy_strerror(CURLE_COULDNT_CONNECT);
-
+    const texts failed = {"request to " + url +
+                          " failed: " + curl_easy_strerror(CURLE_COULDNT_CONNECT)};
     server.stop();
-    EXPECT_EQ(http.get(url), "");
-    EXPECT_FALSE(http.connected());
+    EXPECT_TRUE(http.get(url).empty() && !http.connected());
     server.start();
-    EXPECT_EQ(http.get(""), "");
-    EXPECT_FALSE(http.connected()) << "a request without a URL is not sent";
+    EXPECT_TRUE(http.get("").empty() && !http.connected()) << "a request without a URL is not sent";
     server.queue("first");
     EXPECT_EQ(http.get(url), "first");
     EXPECT_EQ(http.post_json(url, "{}"), "");
-    EXPECT_EQ(http.get(""), "");
-    EXPECT_TRUE(http.connected()) << "nor does it end a connection";
+    EXPECT_TRUE(http.get("").empty() && http.connected()) << "nor does it end a connection";
     EXPECT_EQ(output.lines(), texts{});
     for (int outage = 0; outage < 2; ++outage) {
         server.stop();
-        EXPECT_EQ(http.post_json(url, "{}"), "");
-        EXPECT_EQ(http.get(url), "");
+        EXPECT_EQ(http.post_json(url, "{}") + http.get(url), "");
         EXPECT_FALSE(http.connected());
-        EXPECT_EQ(output.lines(), texts{failed});
+        EXPECT_EQ(output.lines(), failed);
         server.start();
-        EXPECT_EQ(http.post_json(url, "{}"), "");
-        EXPECT_TRUE(http.connected());
+        EXPECT_TRUE(http.post_json(url, "{}").empty() && http.connected());
     }
     unsetenv("http_proxy");
 }
 
-TEST(http_client, keeps_one_connection_and_the_header_of_a_post) {
-    peers::journal journal;
-    peers::rest_server server(journal);
-    curl_http::http_client http(server.port());
-    const std::string url = "http://127.0.0.1:1/v2/zorvins/1/msg"; // the port is overruled
+TEST_F(http_client, keeps_one_connection_and_the_header_of_a_post) {
     http.get(url);
     http.post_json(url, R"({"a":1})");
     http.get(url);
@@ -114,15 +80,18 @@ TEST(http_client, keeps_one_connection_and_the_header_of_a_post) {
     EXPECT_EQ(sink, "into the sink");
     server.queue("beside the sink");
     EXPECT_EQ(http.get(url), "beside the sink");
-    const std::vector<peers::http_request> requests = server.requests();
-    ASSERT_EQ(requests.size(), 5U);
-    EXPECT_EQ(requests[0].header("Content-Type"), "");
-    EXPECT_EQ(requests[1].method + requests[2].method + requests[3].method, "POSTGETGET");
-    for (std::size_t at = 1; at < requests.size(); ++at) {
-        EXPECT_EQ(requests[at].header("Content-Type"), "application/json");
-        EXPECT_EQ(requests[at].remote_port, requests[0].remote_port);
+    http.set_shutdown_test([] { return true; });
+    EXPECT_EQ(http.get(url), "");
+    EXPECT_FALSE(http.post_json_unless_shutting_down(url, "left out"));
+    http.post_json(url, "sent");
+    texts requests;
+    for (const peers::http_request& one : server.requests()) {
+        requests.push_back(one.method + " " + one.header("Content-Type") + " " + one.body);
+        EXPECT_EQ(one.remote_port, server.requests().front().remote_port);
     }
-    EXPECT_EQ(requests[1].body, R"({"a":1})");
+    const std::string get = "GET application/json ";
+    EXPECT_EQ(requests, (texts{"GET  ", R"(POST application/json {"a":1})", get, get, get,
+                               "POST application/json sent"}));
 
     std::string target;
     char one[] = "one";
@@ -131,85 +100,67 @@ TEST(http_client, keeps_one_connection_and_the_header_of_a_post) {
     EXPECT_EQ(curl_http::http_client::curl_callback(two, 3, 1, &target), 3U);
     EXPECT_EQ(curl_http::http_client::curl_callback(nullptr, 2, 3, &target), 6U);
     EXPECT_EQ(target, "two");
-
-    http.set_shutdown_test([] { return true; });
-    EXPECT_EQ(http.get(url), "");
-    EXPECT_FALSE(http.post_json_unless_shutting_down(url, "left out"));
-    http.post_json(url, "sent");
-    EXPECT_EQ(server.requests().size(), 6U);
-    EXPECT_EQ(server.requests().back().body, "sent");
 }
 
-TEST(http_client, takes_what_a_server_may_answer) {
-    const std::string large(16380, 'x'); // with its head it fills more than one usual buffer
-    const std::string unread = "part of an exchange that goes on";
-    const struct {
-        std::string answer;
-        std::string body;
-    } rows[] = {
-        {http_text("404 Not Found", "gone"), "gone"},
-        {http_text("500 Error", ""), ""},
-        {"HTTP/1.1 100 Continue\r\n\r\n" + http_text("200 OK", "after it"), "after it"},
-        {http_text("200 OK", large), large},
-        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n2\r\nbc\r\n0\r\n\r\n",
-         "bc"},
-        {http_text("302 Found\r\nLocation: /new", "old"), unread},
-        {http_text("200 OK", "new"), "new"},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut", "cut"}};
+TEST_F(http_client, takes_what_a_server_may_answer) {
     texts answers;
-    for (const auto& row : rows) {
-        answers.push_back(row.answer);
-    }
-    raw_server server(answers);
+    texts bodies; // of those that end an exchange
+    const auto text_of = [](const json::value& written) {
+        const std::string large(16380, 'x'); // with its head it fills more than one usual buffer
+        return std::regex_replace(wire_text(written), std::regex("LARGE"), large);
+    };
+    for_each_case("http/replies", [&](const json::value& one) {
+        answers.push_back(text_of(one["answer"]));
+        if (json::find(one, "body") != nullptr) {
+            bodies.push_back(text_of(one["body"]));
+        }
+    });
+    const descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_TRUE(bind_address(listener.get(), "127.0.0.1", 0) && listen(listener.get(), 1) == 0);
+    std::future<texts> served = std::async(std::launch::async, serve, listener.get(), answers);
     captured_output output;
     {
-        curl_http::http_client http(1);
-        http.set_port(server.port());
-        for (const auto& row : rows) {
-            if (row.body != unread) {
-                EXPECT_EQ(http.get("http://127.0.0.1:/a"), row.body);
-                EXPECT_EQ(http.connected(), row.body != "cut") << row.body;
-            }
+        curl_http::http_client client(1);
+        client.set_port(local_port(listener.get()));
+        for (const std::string& body : bodies) {
+            EXPECT_EQ(client.get("http://127.0.0.1:/a"), body);
+            EXPECT_EQ(client.connected(), body != "cut") << body;
         }
     }
     EXPECT_EQ(output.lines(), texts{std::string("request to http://127.0.0.1:/a failed: ") +
                                     curl_easy_strerror(CURLE_PARTIAL_FILE)});
-    texts requests(std::size(rows), "GET /a HTTP/1.1");
+    texts requests(answers.size(), "GET /a HTTP/1.1");
     requests[6] = "GET /new HTTP/1.1";
-    EXPECT_EQ(server.end(), requests);
+    shutdown(listener.get(), SHUT_RDWR); // in case that no request came
+    EXPECT_EQ(served.get(), requests);
 }
 
-TEST(http_client, each_operation_has_its_own_time_out) {
+TEST_F(http_client, each_operation_has_its_own_time_out) {
     using client = curl_http::http_client;
-    peers::journal journal;
-    peers::rest_server server(journal);
     server.set_silent(true);
-    const std::string url = "http://127.0.0.1:/v2/zorvins/1/msg";
     std::string sink;
     const struct {
         curl_http::timeouts bounds;
         std::function<void(client&)> request;
     } rows[] = {
-        {{100ms, 5s, 5s}, [&](client& http) { http.post_json(url, "{}"); }},
-        {{100ms, 5s, 5s}, [&](client& http) { http.post_json_unless_shutting_down(url, "{}"); }},
-        {{5s, 100ms, 5s}, [&](client& http) { http.get(url); }},
-        {{5s, 5s, 100ms}, [&](client& http) { http.get_with_sink(url, &sink); }},
+        {{100ms, 5s, 5s}, [&](client& asked) { asked.post_json(url, "{}"); }},
+        {{100ms, 5s, 5s}, [&](client& asked) { asked.post_json_unless_shutting_down(url, "{}"); }},
+        {{5s, 100ms, 5s}, [&](client& asked) { asked.get(url); }},
+        {{5s, 5s, 100ms}, [&](client& asked) { asked.get_with_sink(url, &sink); }},
     };
     for (const auto& row : rows) {
-        client http(server.port(), row.bounds);
+        client asked(server.port(), row.bounds);
         const stopwatch watch;
-        row.request(http);
+        row.request(asked);
         EXPECT_GE(watch.elapsed(), 100ms);
         EXPECT_LT(watch.elapsed(), 4s) << &row - rows;
-        EXPECT_FALSE(http.connected());
+        EXPECT_FALSE(asked.connected());
     }
     const curl_http::timeouts defaults;
-    EXPECT_EQ(defaults.post, 20s);
-    EXPECT_EQ(defaults.get, 5s);
-    EXPECT_EQ(defaults.sink, 200s);
+    EXPECT_TRUE(defaults.post == 20s && defaults.get == 5s && defaults.sink == 200s);
 }
 
-TEST(http_client, threads_wait_for_their_turn_and_get_their_own_replies) {
+TEST_F(http_client, threads_wait_for_their_turn_and_get_their_own_replies) {
     std::atomic<int> at_once{0};
     std::atomic<bool> overlapped{false};
     peers::http_listener echo(0, 3, [&](const peers::http_request& request, const auto&) {
@@ -218,14 +169,14 @@ TEST(http_client, threads_wait_for_their_turn_and_get_their_own_replies) {
         --at_once;
         return peers::http_response{200, request.path};
     });
-    curl_http::http_client http(echo.port());
-    const auto ask = [&http](const std::string& path) {
+    http.set_port(echo.port());
+    const auto ask = [this](const std::string& path) {
         for (int count = 0; count < 50; ++count) {
-            const std::string url = "http://127.0.0.1:" + path;
+            const std::string to = "http://127.0.0.1:" + path;
             std::string sink;
-            const std::string body = path == "/sink"  ? http.get_with_sink(url, &sink)
-                                     : path == "/get" ? http.get(url)
-                                                      : http.post_json(url, "{}");
+            const std::string body = path == "/sink"  ? http.get_with_sink(to, &sink)
+                                     : path == "/get" ? http.get(to)
+                                                      : http.post_json(to, "{}");
             EXPECT_EQ(body + sink, path);
         }
     };
@@ -238,4 +189,22 @@ TEST(http_client, threads_wait_for_their_turn_and_get_their_own_replies) {
         thread.join();
     }
     EXPECT_FALSE(overlapped);
+}
+
+TEST_F(http_client, a_report_goes_out_between_polls_that_are_held) {
+    server.set_delay(50ms);
+    std::atomic<bool> enough{false};
+    std::thread poller([&] {
+        while (!enough) {
+            http.get(url);
+        }
+    });
+    ASSERT_TRUE(wait_until([&] { return server.gets() > 0; }));
+    for (int report = 0; report < 5; ++report) {
+        const std::size_t most = server.gets() + 3;
+        http.post_json(url, "{}");
+        EXPECT_LE(server.gets(), most);
+    }
+    enough = true;
+    poller.join();
 }

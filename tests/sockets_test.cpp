@@ -24,16 +24,14 @@ using bits = std::vector<std::uint32_t>;
 
 /// A bound UDP socket that a udp_client can talk to.
 struct bound_socket {
-    explicit bound_socket(std::uint16_t wanted = 0) {
-        EXPECT_TRUE(bind_address(socket.get(), "127.0.0.1", wanted));
-        port = local_port(socket.get());
+    explicit bound_socket(std::uint16_t port = 0, const char* address = "127.0.0.1") {
+        EXPECT_TRUE(bind_address(socket.get(), address, port));
     }
-    void send_to(const udp_client& client, const std::string& text) const {
-        EXPECT_EQ(send_text_to(socket.get(), text, "127.0.0.1", client.local_port(), 0),
-                  text.size());
+    [[nodiscard]] std::uint16_t port() const { return local_port(socket.get()); }
+    void send(const std::string& text, std::uint16_t to) const {
+        EXPECT_EQ(send_text_to(socket.get(), text, "127.0.0.1", to, 0), text.size());
     }
     descriptor socket{::socket(AF_INET, SOCK_DGRAM, 0)};
-    std::uint16_t port = 0;
 };
 
 bits wait_for_bits(poll_set& set, int timeout_ms) {
@@ -59,23 +57,20 @@ bool is_open(int fd) {
 
 TEST(poll_set, takes_changes_and_removes_descriptors) {
     poll_set set;
-    poll_set_add(set, 0, POLLIN);
-    poll_set_add(set, -1, POLLIN);
-    EXPECT_TRUE(set.records.empty());
-    for (const int fd : {5, 6, 7, 8}) {
+    for (const int fd : {0, -1, 5, 6, 7, 8}) {
         poll_set_add(set, fd, POLLIN);
     }
-    poll_set_add(set, 6, POLLOUT);
-    ASSERT_EQ(set.records.size(), 4U);
-    EXPECT_EQ(set.records[1].events, POLLOUT);
+    poll_set_add(set, 7, POLLOUT);
     EXPECT_EQ(poll_set_modify(set, 5, POLLOUT), 0);
-    EXPECT_EQ(set.records[0].events, POLLOUT);
     EXPECT_EQ(poll_set_modify(set, 9, POLLIN), -1);
     EXPECT_EQ(errno, ENOENT);
     poll_set_remove(set, 9);
     poll_set_remove(set, 6);
-    ASSERT_EQ(set.records.size(), 3U);
-    EXPECT_EQ(set.records[1].fd, 7);
+    std::vector<std::pair<int, short>> left;
+    for (const pollfd& record : set.records) {
+        left.emplace_back(record.fd, record.events);
+    }
+    EXPECT_EQ(left, (std::vector<std::pair<int, short>>{{5, POLLOUT}, {7, POLLOUT}, {8, POLLIN}}));
 }
 
 TEST(poll_set, reports_one_event_per_condition) {
@@ -107,9 +102,8 @@ TEST(poll_set, reports_one_event_per_condition) {
 }
 
 TEST(udp_client, exchanges_one_datagram_each_way) {
-    bound_socket peer;
-    udp_client client("127.0.0.1", peer.port);
-    ASSERT_GT(client.fd(), 0);
+    const bound_socket peer;
+    udp_client client("127.0.0.1", peer.port());
     ASSERT_NE(fcntl(client.fd(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(client.exchange("late", 0), ""); // no answer yet
 
@@ -117,51 +111,72 @@ TEST(udp_client, exchanges_one_datagram_each_way) {
     std::string from;
     std::uint16_t port = 0;
     EXPECT_EQ(recv_from(peer.socket.get(), buffer, from, &port), 4);
-    EXPECT_EQ(from, "127.0.0.1");
-    EXPECT_EQ(port, client.local_port());
+    EXPECT_EQ(std::pair(from, port), std::pair(std::string("127.0.0.1"), client.local_port()));
     const std::string large(5000, 'y');
-    peer.send_to(client, large);
+    peer.send(large, port);
     EXPECT_EQ(client.exchange("now", 1000), large.substr(0, 4096));
     std::string text = "as it was";
     EXPECT_TRUE(client.receive(text)); // no datagram is not an error
-    peer.send_to(client, "");
+    peer.send("", port);
     EXPECT_TRUE(client.receive(text)); // nor is an empty one
     EXPECT_EQ(text, "as it was");
-    peer.send_to(client, "new");
+    peer.send("new", port);
     EXPECT_TRUE(client.receive(text));
     EXPECT_EQ(text, "new");
 }
 
 TEST(udp_client, reads_once_per_event_and_the_last_datagram_wins) {
     bound_socket peer;
-    udp_client client("127.0.0.1", peer.port);
+    const std::uint16_t port = peer.port();
+    udp_client client("127.0.0.1", port);
     const int on = 1;
     ASSERT_EQ(setsockopt(client.fd(), IPPROTO_IP, IP_RECVERR, &on, sizeof on), 0);
     peer.socket.reset();
     EXPECT_TRUE(client.send("refused")); // stays in the queue of errors: POLLERR from now on
     EXPECT_EQ(socket_error(client.fd()), ECONNREFUSED);
-    const bound_socket again(peer.port);
+    const bound_socket again(port);
     for (const char* const text : {"first", "second", "third"}) {
-        again.send_to(client, text);
+        again.send(text, client.local_port());
     }
     EXPECT_EQ(client.exchange("x", 1000), "second");
+}
+
+TEST(udp_client, takes_no_datagram_from_a_stranger) {
+    const bound_socket peer;
+    const bound_socket stranger(0, "127.0.0.2");
+    udp_client client("127.0.0.1", peer.port(), [&](std::uint16_t port) {
+        stranger.send(R"({"success":"yes"})", port); // bound, not yet connected: it gets in
+        stranger.send(R"({"success":true})", port);
+    });
+    peer.send("the answer", client.local_port());
+    EXPECT_EQ(client.exchange("request", 2000), "the answer");
+
+    // One that is still on its way into the socket when that is connected gets in, too.
+    sockaddr nobody{};
+    nobody.sa_family = AF_UNSPEC;
+    ASSERT_EQ(connect(client.fd(), &nobody, sizeof nobody), 0);
+    ASSERT_TRUE(bind_address(client.fd(), "0.0.0.0", client.local_port()));
+    stranger.send("forged", client.local_port());
+    std::string reply = "unchanged";
+    EXPECT_TRUE(client.receive(reply));
+    EXPECT_EQ(reply, "unchanged");
 }
 
 TEST(udp_client, moves_with_its_socket_and_polls_no_other) {
     const bound_socket peer;
     const bound_socket silent;
-    udp_client client("127.0.0.1", peer.port);
+    udp_client client("127.0.0.1", peer.port());
     const std::uint16_t port = client.local_port();
     udp_client moved(std::move(client));
     EXPECT_EQ(client.fd(), -1); // NOLINT: what a moved-from client is
     EXPECT_EQ(moved.local_port(), port);
-    peer.send_to(moved, "still here");
+    peer.send("still here", port);
     EXPECT_EQ(moved.exchange("again", 1000), "still here");
 
-    peer.send_to(moved, "not for the client that it was moved from");
+    peer.send("not for the client that it was moved from", port);
     const int last = moved.fd();
     for (udp_client* const assigned : {&client, &moved}) {
-        *assigned = udp_client("127.0.0.1", silent.port);
+        *assigned = udp_client("127.0.0.1", silent.port());
         const stopwatch watch;
         EXPECT_EQ(assigned->exchange("x", 50), "");
         EXPECT_GE(watch.elapsed(), 50ms);
@@ -177,9 +192,8 @@ TEST(udp_client, fails_without_waiting) {
     std::string kept = "kept";
     EXPECT_FALSE(nowhere.send("{}") || nowhere.receive(kept));
     const bound_socket peer;
-    const std::string too_long(70000, 'z');
-    EXPECT_EQ(udp_client("127.0.0.1", peer.port).exchange(too_long, 5000), "");
-    udp_client refused("127.0.0.1", bound_socket().port);
+    EXPECT_EQ(udp_client("127.0.0.1", peer.port()).exchange(std::string(70000, 'z'), 5000), "");
+    udp_client refused("127.0.0.1", bound_socket().port());
     EXPECT_EQ(refused.exchange("{}", 5000), ""); // the refusal ends the wait
     EXPECT_TRUE(refused.send("{}"));
     EXPECT_FALSE(refused.receive(kept));
@@ -187,7 +201,7 @@ TEST(udp_client, fails_without_waiting) {
 
     const descriptor input(dup(STDIN_FILENO));
     close(STDIN_FILENO);
-    EXPECT_EQ(udp_client("127.0.0.1", peer.port).local_port(), 0) << "descriptor 0 is of no use";
+    EXPECT_EQ(udp_client("127.0.0.1", peer.port()).local_port(), 0) << "descriptor 0 is of no use";
     EXPECT_TRUE(is_open(STDIN_FILENO)) << "and is never closed";
     dup2(input.get(), STDIN_FILENO);
     EXPECT_LT(watch.elapsed(), 4s);
@@ -195,13 +209,12 @@ TEST(udp_client, fails_without_waiting) {
 
 TEST(socket, addresses) {
     sockaddr_in inet{};
-    EXPECT_TRUE(make_inet_address("1.2.3.4", 0x1234, inet));
-    EXPECT_EQ(std::memcmp(&inet.sin_port, "\x12\x34\1\2\3\4", 6), 0); // as they are sent
+    EXPECT_TRUE(make_inet_address("1.2.3.4", 0x1234, inet) && is_inet_address("127.0.0.1"));
     for (const char* const text : {"localhost", "1.2.3", ""}) {
         EXPECT_FALSE(make_inet_address(text, 0, inet) || is_inet_address(text)) << text;
     }
-    EXPECT_EQ(ntohs(inet.sin_port), 0x1234) << "changed by a text that was refused";
-    EXPECT_TRUE(is_inet_address("127.0.0.1"));
+    EXPECT_EQ(std::memcmp(&inet.sin_port, "\x12\x34\1\2\3\4", 6), 0)
+        << "other bytes are sent, or a refused text changed them";
     sockaddr_un local{};
     make_local_address(std::string(200, 'p'), local);
     EXPECT_EQ(std::string(local.sun_path, sizeof local.sun_path), std::string(108, 'p'));
@@ -216,21 +229,20 @@ TEST(socket, addresses) {
 
 TEST(socket, local_sockets_and_flags) {
     temporary_directory directory;
+    const std::string path = directory.path;
     const descriptor receiver(socket(AF_UNIX, SOCK_DGRAM, 0));
     const descriptor sender(socket(AF_UNIX, SOCK_DGRAM, 0));
     const int fd = sender.get();
-    EXPECT_TRUE(bind_address(receiver.get(), directory.path + "/r", 0));
-    EXPECT_TRUE(bind_address(fd, directory.path + "/s", 0));
-    EXPECT_FALSE(bind_address(fd, directory.path + "/t", 0));
-    EXPECT_FALSE(connect_address(fd, directory.path + "/t", 0));
-    EXPECT_EQ(send_text_to(fd, "hello", directory.path + "/r", 0, 0), 5);
+    EXPECT_TRUE(bind_address(receiver.get(), path + "/r", 0) && bind_address(fd, path + "/s", 0));
+    EXPECT_FALSE(bind_address(fd, path + "/t", 0) || connect_address(fd, path + "/t", 0));
+    EXPECT_EQ(send_text_to(fd, "hello", path + "/r", 0, 0), 5);
     std::vector<char> buffer(64);
     std::string from;
     EXPECT_EQ(set_blocking(fd, false), 0);
     ASSERT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(recv_from(fd, buffer, from, nullptr), -1); // at once: nothing has arrived
     EXPECT_EQ(recv_from(receiver.get(), buffer, from, nullptr), 5);
-    EXPECT_EQ(from, directory.path + "/s");
+    EXPECT_EQ(from, path + "/s");
     fcntl(fd, F_SETFL, O_APPEND | O_NONBLOCK);
     EXPECT_EQ(set_blocking(fd, true), 0);
     EXPECT_EQ(fcntl(fd, F_GETFL) & (O_APPEND | O_NONBLOCK), O_APPEND);
@@ -258,6 +270,7 @@ TEST(socket, interfaces) {
 TEST(socket, accepts_and_closes_streams) {
     const descriptor listener(socket(AF_INET, SOCK_STREAM, 0));
     EXPECT_EQ(set_reuse_address(listener.get(), 1), 0);
+    EXPECT_EQ(option(listener.get(), SOL_SOCKET, SO_REUSEADDR), 1);
     ASSERT_TRUE(bind_address(listener.get(), "127.0.0.1", 0));
     ASSERT_EQ(listen(listener.get(), 1), 0);
     const descriptor caller(socket(AF_INET, SOCK_STREAM, 0));
@@ -265,8 +278,8 @@ TEST(socket, accepts_and_closes_streams) {
     std::string address;
     std::uint16_t port = 0;
     const int accepted = accept_peer(listener.get(), address, port);
-    EXPECT_EQ(address, "127.0.0.1");
-    EXPECT_EQ(port, local_port(caller.get()));
+    EXPECT_EQ(std::pair(address, port),
+              std::pair(std::string("127.0.0.1"), local_port(caller.get())));
     EXPECT_NE(fcntl(accepted, F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_EQ(accept_peer(-1, address, port), -1);
     EXPECT_EQ(set_keepalive(-1, {3, 10, 5}), -1);
@@ -285,17 +298,10 @@ TEST(socket, accepts_and_closes_streams) {
     EXPECT_EQ(close_stream(accepted), 0);
     EXPECT_FALSE(is_open(accepted));
     EXPECT_EQ(recv_into(caller.get(), buffer, 0), 0) << "the copy keeps the connection open";
-    const struct {
-        int level;
-        int name;
-        int value;
-    } options[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
-                   {IPPROTO_TCP, TCP_KEEPCNT, 3},
-                   {IPPROTO_TCP, TCP_KEEPIDLE, 10},
-                   {IPPROTO_TCP, TCP_KEEPINTVL, 5},
-                   {IPPROTO_TCP, TCP_NODELAY, 1}};
-    for (const auto& row : options) {
-        EXPECT_EQ(option(copy.get(), row.level, row.name), row.value) << row.name;
+    EXPECT_EQ(option(copy.get(), SOL_SOCKET, SO_KEEPALIVE), 1);
+    std::vector<int> values;
+    for (const int name : {TCP_KEEPCNT, TCP_KEEPIDLE, TCP_KEEPINTVL, TCP_NODELAY}) {
+        values.push_back(option(copy.get(), IPPROTO_TCP, name));
     }
-    EXPECT_EQ(option(listener.get(), SOL_SOCKET, SO_REUSEADDR), 1);
+    EXPECT_EQ(values, (std::vector<int>{3, 10, 5, 1}));
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,6 +34,7 @@ public:
         }
         argv.push_back(nullptr);
         const std::string output = directory.path + "/output";
+        prctl(PR_SET_CHILD_SUBREAPER, 1); // adopts and so ends a daemon in the background
         pid = fork();
         if (pid == 0) {
             const int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);

@@ -77,23 +77,20 @@ private:
 struct client : testing::Test {
     client() { settings["http_port"] = std::to_string(server.port()); }
 
-    [[nodiscard]] bool sees_attaches(std::size_t count) {
+    /// Waits for so many requests that the function is true for.
+    template<class function>
+    [[nodiscard]] bool sees(std::ptrdiff_t count, function is_one) {
         return server.wait_for(
-            [&](const auto& requests) {
-                return std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-                           return request.body.find("localCalculation") != std::string::npos;
-                       }) >= static_cast<std::ptrdiff_t>(count);
-            },
+            [&](const auto& all) { return std::count_if(all.begin(), all.end(), is_one) >= count; },
             bound);
     }
+    [[nodiscard]] bool sees_attaches(std::size_t count) {
+        return sees(static_cast<std::ptrdiff_t>(count), [](const auto& one) {
+            return one.body.find("localCalculation") != std::string::npos;
+        });
+    }
     [[nodiscard]] bool sees_reply(const std::string& text) {
-        return server.wait_for(
-            [&](const auto& requests) {
-                return std::any_of(requests.begin(), requests.end(), [&](const auto& request) {
-                    return request.method == "POST" && request.body == text;
-                });
-            },
-            bound);
+        return sees(1, [&](const auto& one) { return one.method == "POST" && one.body == text; });
     }
 
     peers::journal journal;

@@ -32,7 +32,7 @@ public:
     /// The words begin with the program's name.
     daemon_process(const temporary_directory& directory, std::vector<std::string> words,
                    void (*prepare)() = nullptr)
-        : child_process(directory, CSI_RECEIVER_BINARY, adopting(std::move(words)),
+        : child_process(directory, CSI_RECEIVER_BINARY, std::move(words),
                         {STDIN_FILENO, false, prepare}) {}
 
     /// CPU time that it has used so far.
@@ -54,11 +54,9 @@ public:
         std::map<std::string, int> counts;
         for (const auto& file : std::filesystem::directory_iterator(proc("fdinfo"))) {
             std::ifstream info(file.path());
-            std::string word;
+            std::string word; // "pos:", its value, "flags:"
             unsigned flags = 0;
-            while (info >> word && word != "flags:") {
-            }
-            if (info >> std::oct >> flags && (flags & O_CLOEXEC) != 0) {
+            if (info >> word >> word >> word >> std::oct >> flags && (flags & O_CLOEXEC) != 0) {
                 word = std::filesystem::read_symlink(proc("fd" / file.path().filename()));
                 ++counts[word.rfind("socket:", 0) == 0 ? "socket" : word];
             }
@@ -93,12 +91,5 @@ public:
             return ended < 0;
         });
         return highest;
-    }
-
-private:
-    /// A daemon in the background becomes a child of this process, which ends it.
-    static std::vector<std::string> adopting(std::vector<std::string> words) {
-        prctl(PR_SET_CHILD_SUBREAPER, 1);
-        return words;
     }
 };
