@@ -106,6 +106,8 @@ public:
             client_->reach_turn();
         } else if (const json::value* const at_us = json::find(step, "at_us")) {
             client_->turn(std::chrono::microseconds(at_us->GetInt64()));
+        } else if (step.HasMember("checks")) {
+            check_scan(step, "checks");
         } else {
             client_.reset();
         }
@@ -142,14 +144,17 @@ private:
         }
         for_each(step, "queue", [this](const auto& text) { server_.queue(wire_text(text)); });
         for_each(step, "signals", [this](const auto& one) { (**client_).signal(one.GetInt()); });
-        for (int left = json::find_int(step, "scan_checks").value_or(0); left > 0; --left) {
-            static_cast<void>((**client_).client().scan_check());
-        }
+        check_scan(step, "scan_checks");
         if (const auto bytes = json::find_int(step, "log_grows_by")) {
             print(std::string(static_cast<std::size_t>(*bytes), '.'));
         }
     }
 
+    void check_scan(const json::value& step, const char* count) {
+        for (int left = json::find_int(step, count).value_or(0); left > 0; --left) {
+            static_cast<void>((**client_).client().scan_check());
+        }
+    }
     /// Looks the request up as it is, and with the peer's name in front.
     peers::datagram_peer::reply_override replies_of(const peers::datagram_peer& peer) {
         return [this, name = peer.name(), replies = answers_](const std::string& request) {
