@@ -13,25 +13,21 @@
 #include "support/vectors.h"
 
 using namespace csi_receiver;
-using texts = std::vector<std::string>;
 
 namespace {
 
 /// What the peers are to answer in a step, and what they heard.
 class peer_script {
 public:
-    void begin(const json::value* asks) {
+    void begin(const json::value& step) {
         const std::lock_guard<std::mutex> lock(mutex_);
         expected_.clear();
         answers_.clear();
         heard_.clear();
-        if (asks == nullptr) {
-            return;
-        }
-        for (const json::value& ask : asks->GetArray()) {
+        for_each(step, "asks", [this](const json::value& ask) {
             expected_.push_back(wire_text(ask["to"]) + " " + wire_text(ask["request"]));
             answers_.push_back(wire_text(ask["answer"]));
-        }
+        });
     }
     texts hear(const std::string& peer, const std::string& request) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -56,7 +52,7 @@ class conversation : public testing::TestWithParam<std::string> {
 protected:
     void play(const json::value& step) {
         SCOPED_TRACE(json::write(step));
-        script.begin(json::find(step, "asks"));
+        script.begin(step);
         static_cast<void>(output.lines());
         state.scan_request = false;
         std::string reply;
@@ -68,11 +64,9 @@ protected:
         for_each(step, "log", [&](const auto& line) { lines.push_back(wire_text(line)); });
         EXPECT_EQ(output.lines(), lines);
         known["scan_request"] = "false";
-        if (const json::value* changes = json::find(step, "changes")) {
-            for (const auto& change : changes->GetObject()) {
-                known[change.name.GetString()] = wire_text(change.value);
-            }
-        }
+        for_each_member(step, "changes", [this](const char* name, const auto& value) {
+            known[name] = wire_text(value);
+        });
         EXPECT_EQ(knowledge(), known);
     }
 
@@ -123,8 +117,7 @@ protected:
 };
 
 TEST_P(conversation, goes_as_written) {
-    const json::document vector = json::parse(read_file(vector_path("", GetParam())));
-    ASSERT_TRUE(vector.IsObject()) << GetParam() << " is no JSON object";
+    const json::document vector = read_vector(GetParam());
     add_peers(vector["routing"].GetString());
     for (const json::value& step : vector["steps"].GetArray()) {
         play(step);

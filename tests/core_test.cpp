@@ -16,7 +16,6 @@
 
 using namespace csi_receiver;
 using namespace std::chrono_literals;
-using texts = std::vector<std::string>;
 
 namespace {
 

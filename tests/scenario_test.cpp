@@ -73,17 +73,17 @@ public:
     scenario(const json::value& common, const json::value& own)
         : server_(journal_, {static_cast<std::uint16_t>(json::find_int(own, "port").value_or(8090)),
                              std::string(json::find_string(own, "api").value_or("v2"))}) {
-        for (const json::value* const settings : {&common["settings"], &own["settings"]}) {
-            for (const auto& setting : settings->GetObject()) {
-                settings_[setting.name.GetString()] = wire_text(setting.value);
-                if (setting.value.IsNull()) {
-                    settings_.erase(setting.name.GetString());
+        for (const json::value* const settings : {&common, &own}) {
+            for_each_member(*settings, "settings", [this](const char* name, const auto& setting) {
+                settings_[name] = wire_text(setting);
+                if (setting.IsNull()) {
+                    settings_.erase(name);
                 }
-            }
+            });
         }
-        for (const auto& name : common["names"].GetObject()) {
-            names_[name.name.GetString()] = expected(common["names"], name.name.GetString());
-        }
+        for_each_member(common, "names", [&](const char* name, const auto& /*list*/) {
+            names_[name] = expected(common["names"], name);
+        });
         routing_table table;
         table.add_routing(settings_["routing"]);
         for (const zorvin_entry& zorvin : table.zorvins()) {
@@ -124,15 +124,13 @@ public:
 private:
     /// Sets up the peers, and what happens to the client, before the step.
     void prepare(const json::value& step) {
-        if (const json::value* const replies = json::find(step, "answers")) {
-            for (const auto& reply : replies->GetObject()) {
-                answers_[reply.name.GetString()] = wire_text(reply.value);
-            }
-            for (const auto& core : cores_) {
-                core->answer_with(replies_of(core->peer()));
-            }
-            fusion_.answer_with(replies_of(fusion_.peer()));
+        for_each_member(step, "answers", [this](const char* request, const auto& reply) {
+            answers_[request] = wire_text(reply);
+        });
+        for (const auto& core : cores_) {
+            core->answer_with(replies_of(core->peer()));
         }
+        fusion_.answer_with(replies_of(fusion_.peer()));
         if (const json::value* const answer = json::find(step, "attach_answer")) {
             server_.set_attach_answer(wire_text(*answer));
         }
@@ -218,13 +216,7 @@ class scenarios : public testing::TestWithParam<std::string> {};
 
 TEST_P(scenarios, go_as_written) {
     temporary_directory directory;
-    std::string text = read_file(vector_path("/scenarios", GetParam()));
-    const std::string placeholder = "DIRECTORY";
-    for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos;) {
-        text.replace(at, placeholder.size(), directory.path);
-    }
-    const json::document vector = json::parse(text);
-    ASSERT_TRUE(vector.IsObject()) << GetParam() << " is not a JSON object";
+    const json::document vector = read_vector("scenarios/" + GetParam(), directory.path);
     for (const json::value& written : vector["scenarios"].GetArray()) {
         scenario played(vector, written);
         for (const json::value& step : written["steps"].GetArray()) {
@@ -234,5 +226,5 @@ TEST_P(scenarios, go_as_written) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(vectors, scenarios, testing::ValuesIn(vector_files("/scenarios")),
+INSTANTIATE_TEST_SUITE_P(vectors, scenarios, testing::ValuesIn(vector_files("scenarios")),
                          [](const auto& name) { return name.param; });

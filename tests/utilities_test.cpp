@@ -11,7 +11,6 @@
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
-using texts = std::vector<std::string>;
 
 TEST(utilities, identifiers_and_numbers) {
     for (const auto& [text, decimal] :

@@ -14,6 +14,8 @@
 
 #include "daemon/log.h"
 
+using texts = std::vector<std::string>;
+
 class stopwatch {
 public:
     [[nodiscard]] std::chrono::steady_clock::duration elapsed() const {
@@ -46,7 +48,8 @@ struct temporary_directory {
     temporary_directory(const temporary_directory&) = delete;
     temporary_directory& operator=(const temporary_directory&) = delete;
 
-    [[nodiscard]] std::string write(const std::string& name, const std::string& text) const {
+    /// Returns the file's path.
+    std::string write(const std::string& name, const std::string& text) const {
         std::ofstream(path + "/" + name) << text;
         return path + "/" + name;
     }
@@ -62,15 +65,15 @@ struct temporary_directory {
 };
 
 /// The lines of a text, without the times that the log puts in front of them.
-inline std::vector<std::string> lines_of(std::istream& text) {
-    std::vector<std::string> result;
+inline texts lines_of(std::istream& text) {
+    texts result;
     for (std::string line; std::getline(text, line);) {
         const std::size_t prefix = line.rfind("[2", 0) == 0 ? line.find("] ") + 2 : 0;
         result.push_back(line.substr(prefix));
     }
     return result;
 }
-inline std::vector<std::string> lines_of(const std::string& text) {
+inline texts lines_of(const std::string& text) {
     std::istringstream stream(text);
     return lines_of(stream);
 }
@@ -87,8 +90,8 @@ public:
     [[nodiscard]] std::string text() const { return text_.str(); }
 
     /// The lines since the last call.
-    [[nodiscard]] std::vector<std::string> lines() {
-        std::vector<std::string> result = lines_of(text_);
+    [[nodiscard]] texts lines() {
+        texts result = lines_of(text_);
         text_.clear();
         return result;
     }
