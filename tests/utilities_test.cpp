@@ -73,15 +73,14 @@ TEST(utilities, default_time_zone) {
 }
 
 TEST(utilities, time_zone_from_the_tool) {
+    const std::string zeros(99, '0');
     const struct {
         const char* script;
         texts printed;
         texts fields;
     } rows[] = {
         {"echo noise,x\necho \"$2,x/$1\"\n", {"noise,x", "TZ,x/get"}, {"TZ", "x/get"}},
-        {"printf '%099dA,B\\n' 0\n",
-         {std::string(99, '0') + "A,B"},
-         {"A", "B"}}, // the second piece
+        {"printf '%099dA,B\\n' 0\n", {zeros + "A,B"}, {"A", "B"}}, // the second piece
         {"", {}, {}},
     };
     const auto open_files = [] {
