@@ -81,7 +81,6 @@ TEST_F(client, the_log_stays_small_while_core_services_are_waited_for) {
     }
     EXPECT_NE(directory.read("x.log.1").find("failed to send"), std::string::npos);
     EXPECT_NE(directory.read("x.log").find("] log rotated\n"), std::string::npos);
-    log_out.close();
 }
 
 TEST_F(client, only_an_attach_that_succeeds_requests_a_scan) {

@@ -1,5 +1,4 @@
 // csi_doctor: what it reports about broken configurations, replies and peers.
-#include <array>
 #include <cstdio>
 
 #include <arpa/inet.h>
@@ -78,9 +77,9 @@ TEST(doctor, summary) {
 
 TEST(doctor, socket_list) {
     const auto word = [](std::uint32_t address) { // as the kernel prints it
-        std::array<char, 9> text{};
-        std::snprintf(text.data(), text.size(), "%08X", unsigned{htonl(address)});
-        return std::string(text.data());
+        char text[9];
+        std::snprintf(text, sizeof text, "%08X", unsigned{htonl(address)});
+        return std::string(text);
     };
     const std::string any = word(0);
     const std::string loopback = word(INADDR_LOOPBACK);
@@ -98,10 +97,9 @@ TEST(doctor, socket_list) {
         {loopback + ":37E8 " + loopback + ":9999", false},
         {"", false},
     };
-    const std::string head = "  sl  local_address rem_address   st\n";
     for (const auto& [addresses, receives] : rows) {
-        std::string list = head;
-        list.append("   12: ").append(addresses).append(" 07\n");
+        const std::string list =
+            "  sl  local_address rem_address   st\n   12: " + addresses + " 07\n";
         EXPECT_EQ(receives_from_loopback(list, 0x37e8), receives) << list;
     }
 }

@@ -26,8 +26,6 @@ public:
         run_.signal(SIGTERM);
         waits_ = false;
     }
-    stepped_client(const stepped_client&) = delete;
-    stepped_client& operator=(const stepped_client&) = delete;
 
     /// Waits until the client is about to take a turn, or has ended.
     void reach_turn() {
@@ -49,12 +47,9 @@ private:
 
 /// The lines without their times, and without the reasons why requests failed.
 texts split_log(const std::string& text) {
-    texts lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        const bool has_time = line.rfind("[2", 0) == 0;
-        line = has_time ? "[] " + line.substr(line.find("] ") + 2) : line;
-        lines.push_back(line.substr(0, line.find(" failed: ")));
+    texts lines = lines_of(text, "[] ");
+    for (std::string& line : lines) {
+        line = line.substr(0, line.find(" failed: "));
     }
     return lines;
 }
@@ -90,10 +85,6 @@ public:
             cores_.push_back(std::make_unique<peers::core_service>(journal_, zorvin.address));
         }
     }
-
-    ~scenario() { log_out.close(); }
-    scenario(const scenario&) = delete;
-    scenario& operator=(const scenario&) = delete;
 
     void play(const json::value& step) {
         prepare(step);

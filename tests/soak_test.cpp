@@ -38,11 +38,10 @@ std::string failed_by(const std::function<void()>& action) {
 /// Runs the rows of a file in vectors/soak/. Each names the check that is to fail, if one is.
 template<class function>
 void run_rows(const std::string& name, function run) {
-    const json::document file = read_vector("soak/" + name);
-    for (const json::value& row : file["rows"].GetArray()) {
+    for_each(read_vector("soak/" + name), "rows", [&](const json::value& row) {
         SCOPED_TRACE(json::write(row));
         EXPECT_EQ(failed_by([&] { run(row); }), json::find_string(row, "fails").value_or(""));
-    }
+    });
 }
 
 /// The kinds of steps by their first word, each with what it does with the other words.
@@ -261,14 +260,13 @@ TEST(soak_attackers, a_stranger_reaches_every_open_port) {
     stranger visitor(report, 1);
     visitor.step(steady_clock::now() + 6s);
     std::set<std::string> received;
-    const bool complete = wait_until([&] {
+    EXPECT_TRUE(wait_until([&] {
         std::vector<char> buffer(100);
         std::string address;
         const ssize_t count = csi_receiver::recv_from(daemon.get(), buffer, address, nullptr);
         EXPECT_EQ(address, "127.0.0.99");
         received.insert(std::string(buffer.data(), static_cast<std::size_t>(count)));
         return received.size() == 4;
-    });
-    EXPECT_TRUE(complete);
+    }));
     EXPECT_EQ(received.count(R"({"success":"yes"})"), 1U);
 }

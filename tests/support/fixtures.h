@@ -64,18 +64,15 @@ struct temporary_directory {
     std::string path;
 };
 
-/// The lines of a text, without the times that the log puts in front of them.
-inline texts lines_of(std::istream& text) {
+/// The lines of a text, with the mark for the times that the log puts in front of them.
+inline texts lines_of(const std::string& text, const std::string& mark = "") {
     texts result;
-    for (std::string line; std::getline(text, line);) {
-        const std::size_t prefix = line.rfind("[2", 0) == 0 ? line.find("] ") + 2 : 0;
-        result.push_back(line.substr(prefix));
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        const bool has_time = line.rfind("[2", 0) == 0;
+        result.push_back(has_time ? mark + line.substr(line.find("] ") + 2) : line);
     }
     return result;
-}
-inline texts lines_of(const std::string& text) {
-    std::istringstream stream(text);
-    return lines_of(stream);
 }
 
 /// Captures standard output. To be read when no other thread logs any more.
@@ -87,16 +84,17 @@ public:
     captured_output(const captured_output&) = delete;
     captured_output& operator=(const captured_output&) = delete;
 
+    /// Without what lines() returned.
     [[nodiscard]] std::string text() const { return text_.str(); }
 
     /// The lines since the last call.
     [[nodiscard]] texts lines() {
-        texts result = lines_of(text_);
-        text_.clear();
+        texts result = lines_of(text_.str());
+        text_.str("");
         return result;
     }
 
 private:
-    std::stringstream text_;
+    std::ostringstream text_;
     std::streambuf* own_;
 };
