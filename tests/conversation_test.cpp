@@ -2,7 +2,6 @@
 // answered and logged, byte for byte, and what the client knows afterwards.
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include <gtest/gtest.h>
 
@@ -13,67 +12,55 @@
 #include "support/vectors.h"
 
 using namespace csi_receiver;
-using texts = std::vector<std::string>;
-
-namespace {
-
-/// What the peers are to answer in a step, and what they heard.
-class peer_script {
-public:
-    void begin(const json::value* asks) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        expected_.clear();
-        answers_.clear();
-        heard_.clear();
-        if (asks == nullptr) {
-            return;
-        }
-        for (const json::value& ask : asks->GetArray()) {
-            expected_.push_back(wire_text(ask["to"]) + " " + wire_text(ask["request"]));
-            answers_.push_back(wire_text(ask["answer"]));
-        }
-    }
-    texts hear(const std::string& peer, const std::string& request) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        heard_.push_back(peer + " " + request);
-        return heard_.size() <= answers_.size() ? texts{answers_[heard_.size() - 1]} : texts{"{}"};
-    }
-    void check() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        EXPECT_EQ(heard_, expected_);
-    }
-
-private:
-    std::mutex mutex_;
-    texts expected_;
-    texts answers_;
-    texts heard_;
-};
-
-} // namespace
 
 class conversation : public testing::TestWithParam<std::string> {
 protected:
     void play(const json::value& step) {
         SCOPED_TRACE(json::write(step));
-        script.begin(json::find(step, "asks"));
+        const texts asked = script_peers(step);
         static_cast<void>(output.lines());
         state.scan_request = false;
         std::string reply;
         const std::string received = wire_text(step["receive"]);
         EXPECT_EQ(commands.parse_msg(received, reply), !step.HasMember("disconnects"));
         EXPECT_EQ(reply, step["reply"].IsNull() ? "" : wire_text(step["reply"]));
-        script.check();
+        EXPECT_EQ(heard(), asked);
         texts lines = {"zorvin_client::parse_msg receives: " + received};
         for_each(step, "log", [&](const auto& line) { lines.push_back(wire_text(line)); });
         EXPECT_EQ(output.lines(), lines);
         known["scan_request"] = "false";
-        if (const json::value* changes = json::find(step, "changes")) {
-            for (const auto& change : changes->GetObject()) {
-                known[change.name.GetString()] = wire_text(change.value);
-            }
-        }
+        for_each_member(step, "changes", [this](const char* name, const auto& value) {
+            known[name] = wire_text(value);
+        });
         EXPECT_EQ(knowledge(), known);
+    }
+
+    /// Gives the peers their answers of the step, in the order of the requests. Returns these.
+    texts script_peers(const json::value& step) {
+        texts requests;
+        texts answers;
+        for_each(step, "asks", [&](const json::value& ask) {
+            requests.push_back(wire_text(ask["to"]) + " " + wire_text(ask["request"]));
+            answers.push_back(wire_text(ask["answer"]));
+        });
+        journal.clear();
+        const auto answer = [this, answers](const std::string& /*request*/) {
+            const std::size_t asked = journal.count("daemon", "");
+            return asked <= answers.size() ? texts{answers[asked - 1]} : texts{"{}"};
+        };
+        fusion.answer_with(answer);
+        for (const auto& service : services) {
+            service->answer_with(answer);
+        }
+        return requests;
+    }
+
+    [[nodiscard]] texts heard() const {
+        texts result;
+        for (const peers::message& message : journal.select("daemon", "")) {
+            result.push_back(message.to + " " + message.text);
+        }
+        return result;
     }
 
     std::map<std::string, std::string> knowledge() {
@@ -94,14 +81,8 @@ protected:
     void add_peers(const std::string& items) {
         routing.add_routing(items);
         known = knowledge();
-        fusion.answer_with(
-            [this](const std::string& request) { return script.hear("fusion", request); });
         for (const zorvin_entry& zorvin : routing.zorvins()) {
             services.push_back(std::make_unique<peers::core_service>(journal, zorvin.address));
-            services.back()->answer_with(
-                [this, name = services.back()->peer().name()](const std::string& request) {
-                    return script.hear(name, request);
-                });
         }
     }
 
@@ -116,15 +97,13 @@ protected:
     engine_commands engines{state, routing};
     dispatcher commands{state, pace, routing, engines, scans, settings};
     std::map<std::string, std::string> known; // what knowledge is to return
-    peer_script script;
     peers::journal journal;
     peers::fusion_daemon fusion{journal};
     std::vector<std::unique_ptr<peers::core_service>> services;
 };
 
 TEST_P(conversation, goes_as_written) {
-    const json::document vector = json::parse(read_file(vector_path("", GetParam())));
-    ASSERT_TRUE(vector.IsObject()) << GetParam() << " is no JSON object";
+    const json::document vector = read_vector(GetParam());
     add_peers(vector["routing"].GetString());
     for (const json::value& step : vector["steps"].GetArray()) {
         play(step);

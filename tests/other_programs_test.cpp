@@ -9,8 +9,6 @@
 
 namespace {
 
-using texts = std::vector<std::string>;
-
 texts shell_words(const std::string& command, const texts& arguments) {
     texts result = {"sh", "-c", "exec " + command + R"( "$@")", "sh"};
     result.insert(result.end(), arguments.begin(), arguments.end());
@@ -35,21 +33,20 @@ struct programs : testing::Test {
 TEST_F(programs, options_and_exit_status) {
     const std::string keys =
         "zorvin_uuid=1\nserver=a\nrouting=1:127.0.0.1:w:020000000001\nlog=no\n";
-    static_cast<void>(directory.write("good", keys));
-    static_cast<void>(directory.write("doubtful", keys + "sever=b\n"));
+    directory.write("good", keys);
+    directory.write("doubtful", keys + "sever=b\n");
     const std::string bad = directory.write("bad", keys + "sever=b\napi=V3\n");
     const std::map<std::string, std::string> commands = {
         {"lab", CSI_LAB_COMMAND}, {"doctor", CSI_DOCTOR_COMMAND}, {"soak", CSI_SOAK_COMMAND}};
-    for_each_case("programs/options", [&](const json::value& one) {
+    const auto run_case = [&](const json::value& one) {
         texts words;
-        for_each(one, "run", [&](const json::value& word) {
-            words.push_back(with_directory(wire_text(word), directory.path));
-        });
+        for_each(one, "run", [&](const auto& word) { words.push_back(wire_text(word)); });
         EXPECT_EQ(run(commands.at(words.front()), {words.begin() + 1, words.end()}),
                   one["status"].GetInt());
         const std::string said = directory.read("output");
         EXPECT_NE(said.find(wire_text(one["says"])), std::string::npos) << said;
-    });
+    };
+    for_each_case("programs/options", run_case, directory.path);
     EXPECT_EQ(run(CSI_DOCTOR_COMMAND, {"--json", "--offline", bad}), 2);
     const json::document found = json::parse(directory.read("output"));
     ASSERT_TRUE(found.IsArray());

@@ -26,8 +26,6 @@ public:
         run_.signal(SIGTERM);
         waits_ = false;
     }
-    stepped_client(const stepped_client&) = delete;
-    stepped_client& operator=(const stepped_client&) = delete;
 
     /// Waits until the client is about to take a turn, or has ended.
     void reach_turn() {
@@ -49,12 +47,9 @@ private:
 
 /// The lines without their times, and without the reasons why requests failed.
 texts split_log(const std::string& text) {
-    texts lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        const bool has_time = line.rfind("[2", 0) == 0;
-        line = has_time ? "[] " + line.substr(line.find("] ") + 2) : line;
-        lines.push_back(line.substr(0, line.find(" failed: ")));
+    texts lines = lines_of(text, "[] ");
+    for (std::string& line : lines) {
+        line = line.substr(0, line.find(" failed: "));
     }
     return lines;
 }
@@ -73,27 +68,23 @@ public:
     scenario(const json::value& common, const json::value& own)
         : server_(journal_, {static_cast<std::uint16_t>(json::find_int(own, "port").value_or(8090)),
                              std::string(json::find_string(own, "api").value_or("v2"))}) {
-        for (const json::value* const settings : {&common["settings"], &own["settings"]}) {
-            for (const auto& setting : settings->GetObject()) {
-                settings_[setting.name.GetString()] = wire_text(setting.value);
-                if (setting.value.IsNull()) {
-                    settings_.erase(setting.name.GetString());
+        for (const json::value* const settings : {&common, &own}) {
+            for_each_member(*settings, "settings", [this](const char* name, const auto& setting) {
+                settings_[name] = wire_text(setting);
+                if (setting.IsNull()) {
+                    settings_.erase(name);
                 }
-            }
+            });
         }
-        for (const auto& name : common["names"].GetObject()) {
-            names_[name.name.GetString()] = expected(common["names"], name.name.GetString());
-        }
+        for_each_member(common, "names", [&](const char* name, const auto& /*list*/) {
+            names_[name] = expected(common["names"], name);
+        });
         routing_table table;
         table.add_routing(settings_["routing"]);
         for (const zorvin_entry& zorvin : table.zorvins()) {
             cores_.push_back(std::make_unique<peers::core_service>(journal_, zorvin.address));
         }
     }
-
-    ~scenario() { log_out.close(); }
-    scenario(const scenario&) = delete;
-    scenario& operator=(const scenario&) = delete;
 
     void play(const json::value& step) {
         prepare(step);
@@ -106,6 +97,8 @@ public:
             client_->reach_turn();
         } else if (const json::value* const at_us = json::find(step, "at_us")) {
             client_->turn(std::chrono::microseconds(at_us->GetInt64()));
+        } else if (step.HasMember("checks")) {
+            check_scan(step, "checks");
         } else {
             client_.reset();
         }
@@ -122,15 +115,13 @@ public:
 private:
     /// Sets up the peers, and what happens to the client, before the step.
     void prepare(const json::value& step) {
-        if (const json::value* const replies = json::find(step, "answers")) {
-            for (const auto& reply : replies->GetObject()) {
-                answers_[reply.name.GetString()] = wire_text(reply.value);
-            }
-            for (const auto& core : cores_) {
-                core->answer_with(replies_of(core->peer()));
-            }
-            fusion_.answer_with(replies_of(fusion_.peer()));
+        for_each_member(step, "answers", [this](const char* request, const auto& reply) {
+            answers_[request] = wire_text(reply);
+        });
+        for (const auto& core : cores_) {
+            core->answer_with(replies_of(core->peer()));
         }
+        fusion_.answer_with(replies_of(fusion_.peer()));
         if (const json::value* const answer = json::find(step, "attach_answer")) {
             server_.set_attach_answer(wire_text(*answer));
         }
@@ -142,14 +133,17 @@ private:
         }
         for_each(step, "queue", [this](const auto& text) { server_.queue(wire_text(text)); });
         for_each(step, "signals", [this](const auto& one) { (**client_).signal(one.GetInt()); });
-        for (int left = json::find_int(step, "scan_checks").value_or(0); left > 0; --left) {
-            static_cast<void>((**client_).client().scan_check());
-        }
+        check_scan(step, "scan_checks");
         if (const auto bytes = json::find_int(step, "log_grows_by")) {
             print(std::string(static_cast<std::size_t>(*bytes), '.'));
         }
     }
 
+    void check_scan(const json::value& step, const char* count) {
+        for (int left = json::find_int(step, count).value_or(0); left > 0; --left) {
+            static_cast<void>((**client_).client().scan_check());
+        }
+    }
     /// Looks the request up as it is, and with the peer's name in front.
     peers::datagram_peer::reply_override replies_of(const peers::datagram_peer& peer) {
         return [this, name = peer.name(), replies = answers_](const std::string& request) {
@@ -213,13 +207,7 @@ class scenarios : public testing::TestWithParam<std::string> {};
 
 TEST_P(scenarios, go_as_written) {
     temporary_directory directory;
-    std::string text = read_file(vector_path("/scenarios", GetParam()));
-    const std::string placeholder = "DIRECTORY";
-    for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos;) {
-        text.replace(at, placeholder.size(), directory.path);
-    }
-    const json::document vector = json::parse(text);
-    ASSERT_TRUE(vector.IsObject()) << GetParam() << " is not a JSON object";
+    const json::document vector = read_vector("scenarios/" + GetParam(), directory.path);
     for (const json::value& written : vector["scenarios"].GetArray()) {
         scenario played(vector, written);
         for (const json::value& step : written["steps"].GetArray()) {
@@ -229,5 +217,5 @@ TEST_P(scenarios, go_as_written) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(vectors, scenarios, testing::ValuesIn(vector_files("/scenarios")),
+INSTANTIATE_TEST_SUITE_P(vectors, scenarios, testing::ValuesIn(vector_files("scenarios")),
                          [](const auto& name) { return name.param; });

@@ -34,23 +34,19 @@ TEST(signals, each_signal_and_its_line) {
     ASSERT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_TRUE(blocks_daemon_signals());
     EXPECT_FALSE(read_signal(fd));
-    const struct {
-        int number;
-        bool terminates;
-        const char* line;
-    } rows[] = {{SIGHUP, true, "received hangup signal "},
-                {SIGINT, false, "received interrupt signal "},
-                {SIGPIPE, false, "received broken pipe signal "},
-                {SIGTERM, true, "received terminate signal "}};
-    for (const auto& row : rows) {
-        kill(getpid(), row.number);
-        EXPECT_EQ(termination_pending(), row.terminates);
-        EXPECT_EQ(read_signal(fd), row.terminates) << row.number;
-        EXPECT_EQ(output.lines(), std::vector<std::string>{row.line});
+    for (const auto& [number, terminates, line] :
+         {std::tuple(SIGHUP, true, "received hangup signal "),
+          {SIGINT, false, "received interrupt signal "},
+          {SIGPIPE, false, "received broken pipe signal "},
+          {SIGTERM, true, "received terminate signal "}}) {
+        kill(getpid(), number);
+        EXPECT_EQ(termination_pending(), terminates);
+        EXPECT_EQ(read_signal(fd), terminates) << number;
+        EXPECT_EQ(output.lines(), texts{line});
     }
     kill(getpid(), SIGALRM);
     EXPECT_FALSE(read_signal(fd));
-    EXPECT_EQ(output.lines(), std::vector<std::string>{});
+    EXPECT_EQ(output.lines(), texts{});
 
     // A thread that does not block the signals hands them to the main thread.
     std::thread careless([] {
@@ -78,9 +74,8 @@ TEST(signals, each_signal_and_its_line) {
     EXPECT_FALSE(read_signal(ends[0])); // half a record does not count
     close(ends[0]);
     EXPECT_FALSE(read_signal(ends[0]));
-    EXPECT_EQ(output.lines(),
-              (std::vector<std::string>{"received unexpected signal number 40",
-                                        "error reading signal descriptor: Bad file descriptor"}));
+    EXPECT_EQ(output.lines(), (texts{"received unexpected signal number 40",
+                                     "error reading signal descriptor: Bad file descriptor"}));
     close(ends[1]);
 }
 

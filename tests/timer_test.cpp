@@ -1,7 +1,6 @@
 // Timers, on the real system.
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <stdexcept>
 
@@ -16,11 +15,19 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A timer that counts its runs; the last one stops it.
+/// A timer that counts its runs. The function gets the number of the run.
 struct counting_timer {
-    explicit counting_timer(int period_ms, int last_run = INT_MAX)
+    explicit counting_timer(
+        int period_ms, std::function<bool(int)> run = [](int) { return true; })
         : timer(
-              period_ms, [this, last_run] { return ++runs < last_run; }, 0) {}
+              period_ms,
+              [this, run = std::move(run)] {
+                  const bool goes_on = run(runs + 1);
+                  ++runs;
+                  return goes_on;
+              },
+              0) {}
+    ~counting_timer() { timer.finish(); } // a run would still count
     [[nodiscard]] bool reaches(int count, std::chrono::milliseconds bound = 10s) const {
         return wait_until([this, count] { return runs >= count; }, bound);
     }
@@ -28,10 +35,19 @@ struct counting_timer {
     threading::timer timer;
 };
 
+std::string refusal_of(const std::function<void()>& create) {
+    try {
+        create();
+        return "granted";
+    } catch (const std::runtime_error& refusal) {
+        return refusal.what();
+    }
+}
+
 } // namespace
 
 TEST(timer, first_delay_period_and_stop_by_false) {
-    counting_timer counted(100, 3);
+    counting_timer counted(100, [](int run) { return run != 3; });
     EXPECT_FALSE(counted.reaches(1, 150ms)) << "created armed";
     stopwatch watch;
     EXPECT_EQ(counted.timer.start(50000), 0);
@@ -86,53 +102,40 @@ TEST(timer, runs_block_all_signals_and_have_the_priority) {
 
 TEST(timer, runs_never_overlap_and_finish_waits_for_the_last) {
     std::atomic<int> inside{0};
-    std::atomic<int> most{0};
-    std::atomic<int> runs{0};
+    std::atomic<bool> overlap{false};
     std::atomic<bool> release{false};
-    const auto run = [&] {
-        most = std::max<int>(most, ++inside);
+    counting_timer counted(10, [&](int) {
+        overlap = ++inside > 1 || overlap;
         wait_until([&release] { return release.load(); });
         --inside;
-        ++runs;
         return false;
-    };
-    threading::timer timer(10, run, 0);
-    timer.start(1);
+    });
+    counted.timer.start(1);
     ASSERT_TRUE(wait_until([&inside] { return inside == 1; }));
-    EXPECT_FALSE(wait_until([&most] { return most > 1; }, 100ms));
+    EXPECT_FALSE(wait_until([&overlap] { return overlap.load(); }, 100ms));
     release = true;
-    EXPECT_FALSE(wait_until([&runs] { return runs > 1; }, 100ms)) << "an expiry was not dropped";
+    EXPECT_FALSE(counted.reaches(2, 100ms)) << "an expiry was not dropped";
 
     release = false;
-    timer.start(1);
+    counted.timer.start(1);
     ASSERT_TRUE(wait_until([&inside] { return inside == 1; }));
     std::thread releaser([&release] {
         std::this_thread::sleep_for(50ms);
         release = true;
     });
-    timer.finish();
-    EXPECT_EQ(runs, 2);
-    timer.start(1);
-    EXPECT_FALSE(wait_until([&] { return runs > 2; }, 100ms)) << "a run after finish";
+    counted.timer.finish();
+    EXPECT_EQ(counted.runs, 2);
+    counted.timer.start(1);
+    EXPECT_FALSE(counted.reaches(3, 100ms)) << "a run after finish";
     releaser.join();
 }
 
 TEST(timer, a_start_during_a_run_outlives_the_false_of_that_run) {
-    std::atomic<int> runs{0};
     threading::timer* self = nullptr;
-    threading::timer timer(
-        50,
-        [&] {
-            if (++runs == 1) {
-                self->start(0);
-                return false;
-            }
-            return true;
-        },
-        0);
-    self = &timer;
-    timer.start(1);
-    EXPECT_TRUE(wait_until([&runs] { return runs >= 3; }));
+    counting_timer counted(50, [&self](int run) { return run > 1 || self->start(0) != 0; });
+    self = &counted.timer;
+    counted.timer.start(1);
+    EXPECT_TRUE(counted.reaches(3));
 }
 
 TEST(timer, destroying_it_at_any_moment_is_safe_and_does_not_wait) {
@@ -161,16 +164,9 @@ TEST(timer, refused_by_the_system_throws_its_text) {
     getrlimit(RLIMIT_SIGPENDING, &old);
     const rlimit none{0, old.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
-    const std::function<void()> rows[] = {[] { const threading::interval_timer timer(1000); },
-                                          [] { const threading::timer timer(1000, {}, 0); }};
-    for (const auto& create : rows) {
-        try {
-            create();
-            ADD_FAILURE() << "granted";
-        } catch (const std::runtime_error& refusal) {
-            EXPECT_STREQ(refusal.what(), std::strerror(EAGAIN));
-        }
-    }
+    const std::string again = std::strerror(EAGAIN);
+    EXPECT_EQ(refusal_of([] { const threading::interval_timer timer(1000); }), again);
+    EXPECT_EQ(refusal_of([] { const threading::timer timer(1000, {}, 0); }), again);
     setrlimit(RLIMIT_SIGPENDING, &old);
 }
 

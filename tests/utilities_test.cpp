@@ -11,7 +11,6 @@
 #include "support/fixtures.h"
 
 using namespace csi_receiver;
-using texts = std::vector<std::string>;
 
 TEST(utilities, identifiers_and_numbers) {
     for (const auto& [text, decimal] :
@@ -74,31 +73,26 @@ TEST(utilities, default_time_zone) {
 }
 
 TEST(utilities, time_zone_from_the_tool) {
-    const struct {
-        const char* script;
-        texts printed;
-        texts fields;
-    } rows[] = {
+    const std::string zeros(99, '0');
+    const std::tuple<std::string, texts, texts> rows[] = {
         {"echo noise,x\necho \"$2,x/$1\"\n", {"noise,x", "TZ,x/get"}, {"TZ", "x/get"}},
-        {"printf '%099dA,B\\n' 0\n",
-         {std::string(99, '0') + "A,B"},
-         {"A", "B"}}, // the second piece
+        {"printf '%099dA,B\\n' 0\n", {zeros + "A,B"}, {"A", "B"}}, // the second piece
         {"", {}, {}},
     };
     const auto open_files = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
-    for (const auto& row : rows) {
+    for (const auto& [script, printed, fields] : rows) {
         temporary_directory directory;
         captured_output output;
-        const std::string tool = directory.write("tool", std::string("#!/bin/sh\n") + row.script);
+        const std::string tool = directory.write("tool", "#!/bin/sh\n" + script);
         chmod(tool.c_str(), 0755);
         const auto before = open_files();
-        EXPECT_EQ(get_time_zone(tool), row.fields);
+        EXPECT_EQ(get_time_zone(tool), fields);
         EXPECT_EQ(open_files(), before + 1) << "the stream stays open";
-        texts expected = row.printed;
+        texts expected = printed;
         expected.push_back("[Utilit]: router os get time " +
-                           (row.fields.empty() ? "" : row.fields.front()));
+                           (fields.empty() ? "" : fields.front()));
         EXPECT_EQ(output.lines(), expected);
     }
 }

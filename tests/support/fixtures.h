@@ -14,6 +14,8 @@
 
 #include "daemon/log.h"
 
+using texts = std::vector<std::string>;
+
 class stopwatch {
 public:
     [[nodiscard]] std::chrono::steady_clock::duration elapsed() const {
@@ -46,7 +48,8 @@ struct temporary_directory {
     temporary_directory(const temporary_directory&) = delete;
     temporary_directory& operator=(const temporary_directory&) = delete;
 
-    [[nodiscard]] std::string write(const std::string& name, const std::string& text) const {
+    /// Returns the file's path.
+    std::string write(const std::string& name, const std::string& text) const {
         std::ofstream(path + "/" + name) << text;
         return path + "/" + name;
     }
@@ -61,18 +64,15 @@ struct temporary_directory {
     std::string path;
 };
 
-/// The lines of a text, without the times that the log puts in front of them.
-inline std::vector<std::string> lines_of(std::istream& text) {
-    std::vector<std::string> result;
-    for (std::string line; std::getline(text, line);) {
-        const std::size_t prefix = line.rfind("[2", 0) == 0 ? line.find("] ") + 2 : 0;
-        result.push_back(line.substr(prefix));
+/// The lines of a text, with the mark for the times that the log puts in front of them.
+inline texts lines_of(const std::string& text, const std::string& mark = "") {
+    texts result;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        const bool has_time = line.rfind("[2", 0) == 0;
+        result.push_back(has_time ? mark + line.substr(line.find("] ") + 2) : line);
     }
     return result;
-}
-inline std::vector<std::string> lines_of(const std::string& text) {
-    std::istringstream stream(text);
-    return lines_of(stream);
 }
 
 /// Captures standard output. To be read when no other thread logs any more.
@@ -84,16 +84,17 @@ public:
     captured_output(const captured_output&) = delete;
     captured_output& operator=(const captured_output&) = delete;
 
+    /// Without what lines() returned.
     [[nodiscard]] std::string text() const { return text_.str(); }
 
     /// The lines since the last call.
-    [[nodiscard]] std::vector<std::string> lines() {
-        std::vector<std::string> result = lines_of(text_);
-        text_.clear();
+    [[nodiscard]] texts lines() {
+        texts result = lines_of(text_.str());
+        text_.str("");
         return result;
     }
 
 private:
-    std::stringstream text_;
+    std::ostringstream text_;
     std::streambuf* own_;
 };

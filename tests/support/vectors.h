@@ -16,7 +16,8 @@
 /// The names of the files in the folder, sorted, without ".json".
 inline std::vector<std::string> vector_files(const std::string& folder) {
     std::vector<std::string> names;
-    for (const auto& file : std::filesystem::directory_iterator(CSI_RECEIVER_VECTORS + folder)) {
+    for (const auto& file :
+         std::filesystem::directory_iterator(CSI_RECEIVER_VECTORS "/" + folder)) {
         if (file.is_regular_file()) {
             names.push_back(file.path().stem());
         }
@@ -25,14 +26,18 @@ inline std::vector<std::string> vector_files(const std::string& folder) {
     return names;
 }
 
-inline std::string vector_path(const std::string& folder, const std::string& name) {
-    return CSI_RECEIVER_VECTORS + folder + "/" + name + ".json";
-}
-
 inline std::string read_file(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
     return text.str();
+}
+
+/// The file in vectors/, with the path of a scratch folder for DIR.
+inline json::document read_vector(const std::string& name, const std::string& directory = "DIR") {
+    const std::string text = read_file(CSI_RECEIVER_VECTORS "/" + name + ".json");
+    json::document vector = json::parse(std::regex_replace(text, std::regex("DIR"), directory));
+    EXPECT_TRUE(vector.IsObject() && !vector.ObjectEmpty()) << name;
+    return vector;
 }
 
 /// A string stands for itself, so that invalid JSON can be written; anything else stands for its
@@ -60,18 +65,22 @@ void for_each(const json::value& object, const char* member, function call) {
     }
 }
 
+/// Calls the function with the name and the value of each member of the member, if there is one.
+template<class function>
+void for_each_member(const json::value& object, const char* member, function call) {
+    if (const json::value* const found = json::find(object, member)) {
+        for (const auto& one : found->GetObject()) {
+            call(one.name.GetString(), one.value);
+        }
+    }
+}
+
 /// Calls the function with each case in the file: an object whose members are named cases.
 template<class function>
-void for_each_case(const std::string& file, function call) {
-    const json::document cases = json::parse(read_file(vector_path("", file)));
-    ASSERT_TRUE(cases.IsObject() && !cases.ObjectEmpty()) << file;
+void for_each_case(const std::string& file, function call, const std::string& directory = "DIR") {
+    const json::document cases = read_vector(file, directory);
     for (const auto& one : cases.GetObject()) {
         SCOPED_TRACE(wire_text(one.name));
         call(one.value);
     }
-}
-
-/// The text with the scratch folder's path for DIR.
-inline std::string with_directory(const std::string& text, const std::string& path) {
-    return std::regex_replace(text, std::regex("DIR"), path);
 }
