@@ -157,7 +157,8 @@ TEST_F(core_commands, each_reads_its_reply_or_ends_the_process) {
         for_each(one, "replies", [&](const json::value& reply) {
             answer(wire_text(reply));
             if (result == "dies") {
-                EXPECT_DEATH(calls.at(request)(), "JSON assertion failed") << wire_text(reply);
+                EXPECT_DEATH(calls.at(request)(), "broke its protocol.*JSON assertion failed")
+                    << wire_text(reply);
             } else {
                 EXPECT_EQ(calls.at(request)(), result) << wire_text(reply);
             }
@@ -199,5 +200,7 @@ TEST_F(core_commands, sounding_for_the_server_sets_the_flag_before_it_asks) {
     }
     EXPECT_EQ(flags, (std::vector<bool>{true, false, false, true, false, false}));
     answer(R"({"success":"yes"})");
-    EXPECT_DEATH(core_sounding(bot.zorvin, bot, 7, true), "JSON assertion failed");
+    EXPECT_DEATH(core_sounding(bot.zorvin, bot, 7, true),
+                 R"(core service [0-9.]+ broke its protocol: it answered [{]"cmd":.*,"rate":7[}] )"
+                 "with [{]\"success\":\"yes\"[}]\n.*JSON assertion failed");
 }

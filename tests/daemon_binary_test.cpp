@@ -64,8 +64,8 @@ void run_cases(const std::string& file) {
         texts words;
         for_each(one, "run", [&](const auto& word) { words.push_back(wire_text(word)); });
         if (const json::value* const keys = json::find(one, "keys")) {
-            static_cast<void>(
-                directory.write(words[1], with_directory(wire_text(*keys), directory.path)));
+            static_cast<void>(directory.write(
+                words[1], std::regex_replace(wire_text(*keys), std::regex("DIR"), directory.path)));
         }
         const std::string_view refused = json::find_string(one, "refuse").value_or("");
         daemon_process daemon(directory, words, refusals.at(refused));

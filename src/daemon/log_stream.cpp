@@ -50,10 +50,13 @@ std::streamsize log_stream::file_buffer::xsputn(const char* text, std::streamsiz
     while (written < length) {
         const ssize_t count =
             ::write(file.get(), text + written, static_cast<std::size_t>(length - written));
-        if (count <= 0 && errno != EINTR) {
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
             break;
         }
-        written += count > 0 ? count : 0;
+        written += count;
     }
     return written;
 }
