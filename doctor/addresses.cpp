@@ -1,13 +1,13 @@
 #include "doctor/addresses.h"
 
 #include <cstdint>
-#include <memory>
 
 #include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 
+#include "core/core_request.h"
+#include "platform/descriptor.h"
 #include "platform/socket.h"
 
 namespace csi_doctor {
@@ -71,22 +71,14 @@ std::string_view documentation_block(const std::string& address) {
 }
 
 bool is_local_broadcast(const std::string& address) {
-    ifaddrs* first = nullptr;
-    if (getifaddrs(&first) != 0) {
+    const csi_receiver::descriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    constexpr std::uint16_t port = csi_receiver::core_service_port; // connecting sends nothing
+    if (csi_receiver::connect_address(probe.get(), address, port)) {
         return false;
     }
-    const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> list(first, freeifaddrs);
-    const in_addr_t wanted = htonl(parse_ipv4(address));
-    for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
-        if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET &&
-            (each->ifa_flags & IFF_BROADCAST) != 0 && each->ifa_broadaddr != nullptr) {
-            const auto* const broadcast = reinterpret_cast<const sockaddr_in*>(each->ifa_broadaddr);
-            if (broadcast->sin_addr.s_addr == wanted) {
-                return true;
-            }
-        }
-    }
-    return false;
+    const int on = 1;
+    setsockopt(probe.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    return csi_receiver::connect_address(probe.get(), address, port);
 }
 
 } // namespace csi_doctor

@@ -23,7 +23,8 @@ struct address_fault {
 /// when there is none.
 [[nodiscard]] std::string_view documentation_block(const std::string& address);
 
-/// Whether an interface of this machine has it as its broadcast address.
+/// Whether it is the broadcast address of a network of this machine: an IPv4 address to which a
+/// socket connects only if it may broadcast.
 [[nodiscard]] bool is_local_broadcast(const std::string& address);
 
 } // namespace csi_doctor

@@ -283,9 +283,12 @@ TEST(doctor, connects_to_no_server_whose_name_cannot_be_right) {
     expect_finding(found, 2, "FAIL  REST server user@127.0.0.1: ");
 }
 
-TEST(doctor, finds_no_route) {
+TEST(doctor, finds_no_route_and_broadcast_addresses) {
     csi_receiver::routing_table table;
-    read_routing("1:10.0.0.1:w:0a0000000065", table);
+    read_routing("1:10.0.0.1:w:0a0000000065,2:127.255.255.255:w:0a0000000066", table);
+    report broadcast;
+    check_core_service(table.zorvins().back(), true, broadcast);
+    expect_finding(broadcast, 2, "is the broadcast address of a network", "core_broadcast");
     if (csi_receiver::udp_client("10.0.0.1", 1).fd() >= 0) {
         GTEST_SKIP() << "the system grants no network of its own, and this one has a route";
     }
