@@ -5,6 +5,7 @@ include(GNUInstallDirs)
 set(CSI_RECEIVER_UNIT_DIR lib/systemd/system CACHE STRING
     "Directory of the systemd unit; if empty, the unit is not installed")
 set(csi_receiver_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/csi-receiver)
+set(csi_receiver_completion_dir ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
 set(csi_receiver_man ${PROJECT_SOURCE_DIR}/packaging/man)
 
 install(TARGETS csi_receiver csi_doctor
@@ -13,6 +14,8 @@ install(FILES ${csi_receiver_man}/csi_receiver.8 ${csi_receiver_man}/csi_doctor.
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
 install(FILES ${csi_receiver_man}/csi_receiver.conf.5
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT daemon)
+install(FILES packaging/completion/csi_receiver packaging/completion/csi_doctor
+    DESTINATION ${csi_receiver_completion_dir} COMPONENT daemon)
 
 # In the same folders as here, so that the links between them work.
 install(FILES README.md SECURITY.md CONTRIBUTING.md CHANGELOG.md
@@ -35,4 +38,6 @@ if(CSI_RECEIVER_LAB)
     install(TARGETS csi_lab RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab)
     install(FILES ${csi_receiver_man}/csi_lab.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT lab)
+    install(FILES packaging/completion/csi_lab
+        DESTINATION ${csi_receiver_completion_dir} COMPONENT lab)
 endif()

@@ -7,6 +7,7 @@
 
 #include "core/core_request.h"
 #include "core/requests.h"
+#include "doctor/addresses.h"
 #include "doctor/core_replies.h"
 #include "doctor/text.h"
 #include "platform/json.h"
@@ -45,14 +46,15 @@ std::string udp_port() {
 bool check_answered(const timed_reply& reply, const std::string& where, const std::string& effect,
                     report& findings) {
     if (!reply.text) {
-        findings.fail(where,
+        findings.fail("core_no_route"_code, where,
                       "no route to this address (the daemon logs nothing about it); " + effect,
                       "check the address in \"routing\", and this machine's network (ip route)");
     } else if (reply.text->empty() && reply.took < first_timeout) {
-        findings.fail(where, "nothing listens on " + udp_port() + "; " + effect,
+        findings.fail("core_not_listening"_code, where,
+                      "nothing listens on " + udp_port() + "; " + effect,
                       "start the core service there, or correct the address in \"routing\"");
     } else if (reply.text->empty()) {
-        findings.fail(where, "no answer to two requests within 4 s; " + effect,
+        findings.fail("core_silent"_code, where, "no answer to two requests within 4 s; " + effect,
                       "check that the machine is on and its core service runs, that the address in "
                       "\"routing\" is right, and that no firewall blocks " +
                           udp_port());
@@ -70,10 +72,11 @@ bool check_ping(const std::string& address, bool is_last, const std::string& whe
         return false;
     }
     if (reply.took >= first_timeout) {
-        findings.warn(where, "answered only when pinged again, after " + in_ms(reply.took),
+        findings.warn("core_slow"_code, where,
+                      "answered only when pinged again, after " + in_ms(reply.took),
                       "look for lost datagrams or a busy core service");
     } else {
-        findings.ok(where, "answers a ping in " + in_ms(reply.took));
+        findings.ok("core_answers"_code, where, "answers a ping in " + in_ms(reply.took));
     }
     return true;
 }
@@ -88,6 +91,14 @@ std::string info_request(const std::string& ifname) {
 
 void check_core_service(const csi_receiver::zorvin_entry& zorvin, bool is_last, report& findings) {
     const std::string where = "core service " + zorvin.address;
+    if (is_local_broadcast(zorvin.address)) {
+        findings.fail(
+            "core_broadcast"_code, where,
+            "is the broadcast address of a network of this machine: the daemon cannot send "
+            "to it, and logs nothing about it",
+            "write the core service's own address into \"routing\"");
+        return;
+    }
     if (!check_ping(zorvin.address, is_last, where, findings)) {
         return;
     }

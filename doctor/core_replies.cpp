@@ -16,12 +16,13 @@ void explain_not_an_object(const std::string& reply, const std::string& name,
                            const std::string& where, const std::string& effect, report& findings) {
     if (reply.size() == csi_receiver::udp_client::receive_buffer_size) {
         const std::string size = std::to_string(reply.size());
-        findings.fail(
-            where, name + " is longer than the " + size + " bytes that the daemon reads; " + effect,
-            "update the core service: it must answer in less than " + size + " bytes");
+        findings.fail("core_reply_too_long"_code, where,
+                      name + " is longer than the " + size + " bytes that the daemon reads; " +
+                          effect,
+                      "update the core service: it must answer in less than " + size + " bytes");
         return;
     }
-    findings.fail(where,
+    findings.fail("core_reply_not_object"_code, where,
                   name + " is not a JSON object: " + quoted(reply.substr(0, 60)) + "; " + effect,
                   "check that a core service, and nothing else, listens on UDP port " +
                       std::to_string(csi_receiver::core_service_port));
@@ -46,7 +47,7 @@ bool is_read_as_text(std::string_view name) {
 /// `wanted`: what the daemon reads the member as.
 void report_wrong_type(std::string_view name, const json::value& member, const char* wanted,
                        const std::string& where, report& findings) {
-    findings.fail(where,
+    findings.fail("core_reply_wrong_type"_code, where,
                   "the core service reports " + quoted(name) + ":" +
                       printable(json::write(member).substr(0, 60)) +
                       ", a wrong type that makes the daemon abort with status 134",
@@ -96,22 +97,23 @@ void check_facts(const interface_facts& facts, const std::string& where, report&
     const std::string details = "driver " + quoted(facts.driver) + ", antennas " +
                                 std::to_string(facts.antennas) + ", SSID " + quoted(facts.ssid);
     if (facts.mode.empty()) {
-        findings.warn(where,
+        findings.warn("interface_mode_unknown"_code, where,
                       std::string("the core service does not report its mode; ") + skips_interface,
                       "check the interface's name in \"routing\", and that the radio is up; "
                       "nothing is wrong if the core service knows the interface only once the "
                       "daemon has added it");
     } else if (facts.mode != "ap") {
-        findings.fail(where,
+        findings.fail("interface_not_ap"_code, where,
                       "is in mode " + quoted(facts.mode) +
                           " instead of \"ap\": the daemon exits with \"wrong wlan mode\"",
                       "name an access point's interface in \"routing\", or make this one an access "
                       "point");
     } else if (facts.driver.empty() || facts.ssid.empty() || facts.antennas <= 0) {
-        findings.warn(where, "mode ap, but the core service reports incomplete data: " + details,
+        findings.warn("interface_incomplete"_code, where,
+                      "mode ap, but the core service reports incomplete data: " + details,
                       "check that the access point is up");
     } else {
-        findings.ok(where, "mode ap, " + details);
+        findings.ok("interface_ok"_code, where, "mode ap, " + details);
     }
 }
 
@@ -125,7 +127,7 @@ bool check_ping_reply(const std::string& reply, const std::string& where, const 
         return false;
     }
     if (json::find(answer, "ping") == nullptr) {
-        findings.fail(where,
+        findings.fail("core_ping_reply_incomplete"_code, where,
                       "its answer to a ping has no member \"ping\": " +
                           quoted(reply.substr(0, 60)) + "; " + effect,
                       "update the core service: it must answer {\"ping\":\"pong\"}");

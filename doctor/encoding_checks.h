@@ -7,8 +7,8 @@
 
 namespace csi_doctor {
 
-/// False, with a finding, when the daemon can read no line of the text. Also reports a byte order
-/// mark, and the first line with a byte that does not belong in text.
+/// False, with a finding, when the text is UTF-16 or binary. Also reports a byte order mark, and
+/// the first carriage return within a line.
 [[nodiscard]] bool check_encoding(const std::string& text, report& findings);
 
 } // namespace csi_doctor

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "doctor/text.h"
@@ -23,18 +24,26 @@ std::size_t count(const std::vector<finding>& findings, level severity) {
     return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), matches));
 }
 
+json::value number_or_null(std::size_t number) {
+    return number == 0 ? json::value() : json::value(std::uint64_t{number});
+}
+
+json::value key_or_null(const std::string& key, json::allocator& memory) {
+    return key.empty() ? json::value() : json::make_string(key, memory);
+}
+
 } // namespace
 
-void report::ok(std::string where, std::string what) {
-    add({level::ok, std::move(where), std::move(what), {}});
+void report::ok(finding_code code, place where, std::string what) {
+    add({level::ok, code, std::move(where), std::move(what), {}});
 }
 
-void report::warn(std::string where, std::string what, std::string remedy) {
-    add({level::warn, std::move(where), std::move(what), std::move(remedy)});
+void report::warn(finding_code code, place where, std::string what, std::string remedy) {
+    add({level::warn, code, std::move(where), std::move(what), std::move(remedy)});
 }
 
-void report::fail(std::string where, std::string what, std::string remedy) {
-    add({level::fail, std::move(where), std::move(what), std::move(remedy)});
+void report::fail(finding_code code, place where, std::string what, std::string remedy) {
+    add({level::fail, code, std::move(where), std::move(what), std::move(remedy)});
 }
 
 void report::add(finding made) {
@@ -59,7 +68,7 @@ std::string to_line(const finding& made, bool color) {
         name = std::string(color_of(made.severity)) + name + "\x1b[0m";
     }
     const std::string remedy = made.remedy.empty() ? "" : " -> " + made.remedy;
-    return name + "  " + made.where + ": " + made.what + remedy;
+    return name + "  " + made.where.text + ": " + made.what + remedy;
 }
 
 std::string to_summary(const std::vector<finding>& findings) {
@@ -81,9 +90,13 @@ std::string to_json(const std::vector<finding>& findings) {
     for (const finding& one : findings) {
         json::value object(rapidjson::kObjectType);
         json::set(object, "level", name_of(one.severity), memory);
-        json::set(object, "where", one.where, memory);
+        json::set(object, "where", one.where.text, memory);
         json::set(object, "what", one.what, memory);
         json::set(object, "do", one.remedy, memory);
+        json::set(object, "code", one.code.name, memory);
+        json::set(object, "line", number_or_null(one.where.line), memory);
+        json::set(object, "key", key_or_null(one.where.key, memory), memory);
+        json::set(object, "item", number_or_null(one.where.item), memory);
         all.PushBack(object, memory);
     }
     return json::write(all);

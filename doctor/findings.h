@@ -1,8 +1,10 @@
 /// What the doctor found, and how it is printed.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -10,9 +12,34 @@ namespace csi_doctor {
 
 enum class level { ok, warn, fail };
 
+/// Names a kind of finding to programs. Documented in docs/operations.md, and never changed.
+struct finding_code {
+    std::string_view name;
+};
+
+constexpr finding_code operator""_code(const char* name, std::size_t size) {
+    return {{name, size}};
+}
+
+/// What a finding is about, as people and as programs read it.
+struct place {
+    place(const char* shown) // NOLINT(google-explicit-constructor): most places are only a text
+        : text(shown) {}
+    place(std::string shown, std::size_t line_number = 0, std::string configuration_key = {})
+        : text(std::move(shown))
+        , line(line_number)
+        , key(std::move(configuration_key)) {}
+
+    std::string text;
+    std::size_t line;     // counted from 1; 0: none
+    std::string key;      // empty: none
+    std::size_t item = 0; // of the routing, counted from 1; 0: none
+};
+
 struct finding {
     level severity;
-    std::string where;  // a line, a key or a peer
+    finding_code code;
+    place where;
     std::string what;   // the fact, and what the daemon does because of it
     std::string remedy; // empty when there is nothing to do
 };
@@ -26,9 +53,9 @@ public:
     explicit report(listener on_finding = {})
         : on_finding_(std::move(on_finding)) {}
 
-    void ok(std::string where, std::string what);
-    void warn(std::string where, std::string what, std::string remedy);
-    void fail(std::string where, std::string what, std::string remedy);
+    void ok(finding_code code, place where, std::string what);
+    void warn(finding_code code, place where, std::string what, std::string remedy);
+    void fail(finding_code code, place where, std::string what, std::string remedy);
     void add(finding made);
 
     [[nodiscard]] const std::vector<finding>& all() const { return all_; }
@@ -47,7 +74,7 @@ private:
 /// "2 failures, 1 warning", or "all is well".
 [[nodiscard]] std::string to_summary(const std::vector<finding>& findings);
 
-/// An array of objects {"level","where","what","do"}.
+/// An array of objects {"level","where","what","do","code","line","key","item"}.
 [[nodiscard]] std::string to_json(const std::vector<finding>& findings);
 
 } // namespace csi_doctor

@@ -17,7 +17,7 @@ void check_fusion_daemon(report& findings) {
     std::ostringstream list;
     list << ipv4.rdbuf();
     if (!ipv4) {
-        findings.warn(where,
+        findings.warn("fusion_daemon_unknown"_code, where,
                       "cannot tell whether anything listens on " + port +
                           ": /proc/net/udp is not readable",
                       "check that the fusion daemon runs");
@@ -25,10 +25,10 @@ void check_fusion_daemon(report& findings) {
     }
     list << ipv6.rdbuf();
     if (receives_from_loopback(list.str(), csi_receiver::fusion_port)) {
-        findings.ok(where, "something listens on " + port);
+        findings.ok("fusion_daemon_listening"_code, where, "something listens on " + port);
         return;
     }
-    findings.fail(where,
+    findings.fail("fusion_daemon_not_listening"_code, where,
                   std::string("nothing listens at ") + csi_receiver::fusion_address + " on " +
                       port + ", so the engines offered to the server do not work",
                   "start the fusion daemon on this machine, or delete fusion=yes");

@@ -30,48 +30,62 @@ std::string root_caveat() {
     return geteuid() == 0 ? " (checked as root: another user may lack permission)" : "";
 }
 
-void check_missing_directory(const std::string& directory, const std::string& where,
-                             report& findings) {
+void check_missing_directory(const std::string& directory, const place& where, report& findings) {
     const std::string parent = parent_directory(directory);
+    const std::string nearest = nearest_existing(directory);
     const std::string cannot = "cannot create " + quoted(directory) + ": ";
-    if (!path_exists(parent)) {
-        findings.fail(where, cannot + quoted(parent) + " does not exist" + log_lost,
-                      remedy_for(directory, "mkdir -p " + printable(directory)));
-    } else if (!is_directory(parent)) {
-        findings.fail(where, cannot + quoted(parent) + " is not a directory" + log_lost,
+    if (is_symbolic_link(nearest) && !path_exists(nearest)) {
+        findings.fail("log_path_broken_link"_code, where,
+                      cannot + quoted(nearest) + " is a symbolic link that leads nowhere" +
+                          log_lost,
+                      remedy_for(directory, "correct or remove the symbolic link"));
+    } else if (!is_directory(nearest)) {
+        findings.fail("log_path_below_file"_code, where,
+                      cannot + quoted(nearest) + " is not a directory" + log_lost,
                       remedy_for(directory, "write the path of another directory"));
+    } else if (!path_exists(parent)) {
+        findings.fail("log_parent_missing"_code, where,
+                      cannot + quoted(parent) + " does not exist" + log_lost,
+                      remedy_for(directory, "mkdir -p " + printable(directory)));
     } else if (access(parent.c_str(), W_OK | X_OK) != 0) {
-        findings.fail(where, cannot + std::strerror(errno) + log_lost,
+        findings.fail("log_directory_not_creatable"_code, where,
+                      cannot + std::strerror(errno) + log_lost,
                       remedy_for(directory, "create it for the user that runs the daemon, or run "
                                             "csi_doctor as that user"));
     } else {
-        findings.ok(where, quoted(directory) + " does not exist yet; the daemon creates it" +
-                               root_caveat());
+        findings.ok("log_directory_to_create"_code, where,
+                    quoted(directory) + " does not exist yet; the daemon creates it" +
+                        root_caveat());
     }
 }
 
-void check_file(const std::string& file, const std::string& where, report& findings) {
+void check_file(const std::string& file, const place& where, report& findings) {
     if (is_directory(file)) {
-        findings.fail(where, quoted(file) + " is a directory" + log_lost, "remove it");
+        findings.fail("log_file_is_directory"_code, where,
+                      quoted(file) + " is a directory" + log_lost, "remove it");
+    } else if (is_symbolic_link(file) && !path_exists(file) && errno == ELOOP) {
+        findings.fail("log_file_link_loop"_code, where,
+                      quoted(file) + " is a symbolic link in a loop" + log_lost, "remove it");
     } else if (path_exists(file) && access(file.c_str(), W_OK) != 0) {
-        findings.fail(where,
+        findings.fail("log_file_not_writable"_code, where,
                       "cannot write to " + quoted(file) + ": " + std::strerror(errno) + log_lost,
                       "make it writable by the user that runs the daemon, or run csi_doctor as "
                       "that user");
     } else {
-        findings.ok(where, "the log goes to " + quoted(file) + root_caveat());
+        findings.ok("log_file_ok"_code, where, "the log goes to " + quoted(file) + root_caveat());
     }
 }
 
-void check_directory(const std::string& directory, const std::string& where, report& findings) {
+void check_directory(const std::string& directory, const place& where, report& findings) {
     const std::string path = directory.empty() ? "/" : directory;
     if (!path_exists(path)) {
         check_missing_directory(path, where, findings);
     } else if (!is_directory(path)) {
-        findings.fail(where, quoted(path) + " is not a directory" + log_lost,
+        findings.fail("log_path_not_directory"_code, where,
+                      quoted(path) + " is not a directory" + log_lost,
                       "write the path of a directory");
     } else if (access(path.c_str(), W_OK | X_OK) != 0) {
-        findings.fail(where,
+        findings.fail("log_directory_not_writable"_code, where,
                       "cannot write to " + quoted(path) + ": " + std::strerror(errno) + log_lost,
                       "make it writable by the user that runs the daemon, or run csi_doctor as "
                       "that user");
@@ -84,8 +98,8 @@ void check_directory(const std::string& directory, const std::string& where, rep
 
 void check_log_file(const settings& config, report& findings) {
     const auto found = config.find("log_path");
-    const std::string where =
-        found == config.end() ? "log_path" : line_label(found->second.line, "log_path");
+    const place where = found == config.end() ? place("log_path", 0, "log_path")
+                                              : at_line(found->second.line, "log_path");
     if (logs_to_file(config)) {
         std::string directory = found == config.end() ? "/var/run" : found->second.value;
         if (directory.back() == '/') {
@@ -93,7 +107,8 @@ void check_log_file(const settings& config, report& findings) {
         }
         check_directory(directory, where, findings);
     } else if (found != config.end()) {
-        findings.warn(where, "has no effect, because \"log\" sends the log to standard output",
+        findings.warn("log_path_no_effect"_code, where,
+                      "has no effect, because \"log\" sends the log to standard output",
                       "delete this line, or the \"log\" line");
     }
 }

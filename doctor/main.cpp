@@ -1,4 +1,5 @@
 // The entry point of csi_doctor: from the command line to the findings and the exit status.
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "daemon/version.h"
 #include "doctor/command_line.h"
 #include "doctor/configuration_file.h"
 #include "doctor/findings.h"
@@ -49,19 +51,30 @@ void run_checks(const csi_doctor::options& given, csi_doctor::report& findings) 
     }
 }
 
+/// The whole output as JSON, or the summary. False when it cannot be written.
+bool print_end(const csi_doctor::options& given, std::vector<csi_doctor::finding> findings) {
+    if (given.quiet) {
+        const auto is_ok = [](const auto& one) { return one.severity == csi_doctor::level::ok; };
+        findings.erase(std::remove_if(findings.begin(), findings.end(), is_ok), findings.end());
+    }
+    if (given.json) {
+        return print(csi_doctor::to_json(findings));
+    }
+    return given.quiet || print(csi_doctor::to_summary(findings));
+}
+
 int run(const csi_doctor::options& given) {
     const bool color =
         given.color == "always" || (given.color == "auto" && isatty(STDOUT_FILENO) == 1);
     bool all_printed = true;
     csi_doctor::report findings([&](const csi_doctor::finding& made) {
-        if (!given.json && !print(csi_doctor::to_line(made, color))) {
+        const bool shown = !given.quiet || made.severity != csi_doctor::level::ok;
+        if (!given.json && shown && !print(csi_doctor::to_line(made, color))) {
             all_printed = false;
         }
     });
     run_checks(given, findings);
-    const std::string end =
-        given.json ? csi_doctor::to_json(findings.all()) : csi_doctor::to_summary(findings.all());
-    if (!print(end) || !all_printed) {
+    if (!print_end(given, findings.all()) || !all_printed) {
         return report_unwritable_output();
     }
     return findings.exit_status();
@@ -70,20 +83,20 @@ int run(const csi_doctor::options& given) {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    const auto given = csi_doctor::parse_command_line(
+    const csi_doctor::options given = csi_doctor::parse_command_line(
         std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-    if (!given) {
-        std::cerr << csi_doctor::usage;
+    if (!given.error.empty()) {
+        std::cerr << "csi_doctor: " << given.error << '\n' << csi_doctor::usage;
         return exit_failure;
     }
     // With standard output closed, the next file or socket would get its descriptor and the text.
     if (fcntl(STDOUT_FILENO, F_GETFD) == -1) {
         return report_unwritable_output();
     }
-    if (given->help) {
-        return print(std::string(csi_doctor::usage) + csi_doctor::help)
-                   ? 0
-                   : report_unwritable_output();
+    if (given.help || given.version) {
+        const bool printed = print(given.help ? std::string(csi_doctor::usage) + csi_doctor::help
+                                              : "csi_doctor " + csi_receiver::version());
+        return printed ? 0 : report_unwritable_output();
     }
-    return run(*given);
+    return run(given);
 }

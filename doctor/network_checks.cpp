@@ -4,12 +4,12 @@
 #include <string>
 
 #include "client/routing.h"
+#include "doctor/addresses.h"
 #include "doctor/core_checks.h"
 #include "doctor/fusion_checks.h"
 #include "doctor/host_name_checks.h"
 #include "doctor/routing_checks.h"
 #include "doctor/server_checks.h"
-#include "platform/socket.h"
 
 namespace csi_doctor {
 namespace {
@@ -23,8 +23,8 @@ void check_core_services(const std::string& routing, report& findings) {
     csi_receiver::routing_table table;
     read_routing(routing, table);
     for (const csi_receiver::zorvin_entry& zorvin : table.zorvins()) {
-        // Any other address was reported with its item in the routing.
-        if (csi_receiver::is_inet_address(zorvin.address)) {
+        // Others were reported with their items in the routing.
+        if (!find_core_address_fault(zorvin.address)) {
             check_core_service(zorvin, &zorvin == &table.zorvins().back(), findings);
         }
     }

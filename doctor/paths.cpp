@@ -16,6 +16,22 @@ bool is_directory(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+bool is_symbolic_link(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+std::string nearest_existing(std::string path) {
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    struct stat status {};
+    while (lstat(path.c_str(), &status) != 0 && path != "/" && path != ".") {
+        path = parent_directory(path);
+    }
+    return path;
+}
+
 std::string parent_directory(std::string path) {
     while (path.size() > 1 && path.back() == '/') {
         path.pop_back();

@@ -9,9 +9,10 @@
 
 #include <net/if.h>
 
+#include "doctor/addresses.h"
 #include "doctor/identity.h"
+#include "doctor/sample_checks.h"
 #include "doctor/text.h"
-#include "platform/socket.h"
 #include "platform/utilities.h"
 
 namespace csi_doctor {
@@ -22,6 +23,7 @@ using field_list = std::vector<std::string>;
 constexpr std::size_t field_count = 4;
 constexpr std::size_t hwaddr_digits = 12;
 constexpr std::size_t max_ifname_size = IF_NAMESIZE - 1; // without the terminator
+constexpr const char* never_heard = ": the Bot is never heard";
 constexpr std::string_view brackets = "()[]{}<>";
 
 bool is_hex_digit(char c) {
@@ -83,94 +85,110 @@ field_list tidy_fields(const std::string& item) {
 
 /// Reports brackets around the item and white space around its fields.
 void check_surroundings(const std::string& item, const field_list& tidy, const std::string& effect,
-                        const std::string& where, report& findings) {
+                        const place& where, report& findings) {
     if (join(tidy) == join(csi_receiver::split(item, ':'))) {
         return;
     }
     const std::string trimmed = csi_receiver::trim(item);
     const bool bracketed = without_brackets(trimmed) != trimmed;
     const bool good = tidy.size() == field_count && tidy.back().size() == hwaddr_digits;
-    findings.fail(where,
+    findings.fail(bracketed ? "item_brackets"_code : "item_white_space"_code, where,
                   effect + ": " + quoted(item) + " has " +
                       (bracketed ? "brackets around it" : "white space around its fields"),
                   good ? "write " + printable(join(tidy)) : item_form);
 }
 
-void explain_hwaddr_size(const std::string& hwaddr, const std::string& start,
-                         const std::string& where, report& findings) {
+void explain_hwaddr_size(const std::string& hwaddr, const std::string& start, const place& where,
+                         report& findings) {
     const std::string fault = hwaddr_fault(hwaddr);
-    findings.fail(where,
+    findings.fail("item_hwaddr_size"_code, where,
                   start + "a hwaddr of " + counted(hwaddr.size(), "character") + " instead of 12" +
                       (fault.empty() ? "" : ", which " + fault),
                   hwaddr_remedy(hwaddr));
 }
 
-void explain_many_fields(const field_list& fields, const std::string& start,
-                         const std::string& where, report& findings) {
+void explain_many_fields(const field_list& fields, const std::string& start, const place& where,
+                         report& findings) {
     const std::string tail = join(fields, field_count - 1);
     if (hex_digits_of(tail).size() == hwaddr_digits) {
-        findings.fail(where, start + "colons in the hwaddr", hwaddr_remedy(tail));
+        findings.fail("item_hwaddr_colons"_code, where, start + "colons in the hwaddr",
+                      hwaddr_remedy(tail));
     } else {
-        findings.fail(where, start + counted(fields.size(), "field") + " instead of 4",
+        findings.fail("item_many_fields"_code, where,
+                      start + counted(fields.size(), "field") + " instead of 4",
                       std::string(item_form) + "; separate Bots with commas");
     }
 }
 
-void explain_few_fields(std::size_t count, const std::string& start, const std::string& where,
+void explain_few_fields(std::size_t count, const std::string& start, const place& where,
                         report& findings) {
     const char* about_hint =
         count == field_count - 1 ? " (the daemon's own hint wrongly shows three fields)" : "";
-    findings.fail(where, start + counted(count, "non-empty field") + " instead of 4",
+    findings.fail("item_few_fields"_code, where,
+                  start + counted(count, "non-empty field") + " instead of 4",
                   std::string(item_form) + about_hint);
 }
 
-void check_id(const std::string& id, const std::string& where, report& findings) {
+void check_id(const std::string& id, const place& where, report& findings) {
     const identity bot = parse_identity(id);
     if (bot.fault == identity_fault::none) {
         return;
     }
     const bool reachable = bot.text == bot.number;
-    findings.fail(where,
+    findings.fail("item_id_invalid"_code, where,
                   "the id " + quoted(id) + " " + describe(bot.fault) +
                       ": the server knows the Bot as " + bot.number +
                       (reachable ? "" : ", and no command reaches it"),
                   identity_remedy);
 }
 
-void check_address(const std::string& address, const std::string& where, report& findings) {
-    if (!csi_receiver::is_inet_address(address)) {
-        findings.fail(where,
-                      "the address " + quoted(address) +
-                          " is not an IPv4 address: every request to this core service fails, and "
-                          "nothing is logged",
-                      "write the IPv4 address of the Bot's core service");
+void check_address(const std::string& address, const place& where, report& findings) {
+    const std::string start = "the address " + quoted(address) + " ";
+    if (const auto fault = find_core_address_fault(address)) {
+        findings.fail(fault->code, where, start + fault->kind + fault->effect, fault->remedy);
+    } else if (const std::string block(documentation_block(address)); !block.empty()) {
+        findings.warn("item_address_documentation"_code, where,
+                      start + "is one for documentation (" + block + ")",
+                      "write the address of the Bot's core service");
     }
 }
 
-void check_ifname(const std::string& ifname, const std::string& where, report& findings) {
+void check_ifname(const std::string& ifname, const place& where, report& findings) {
     if (ifname.size() > max_ifname_size || ifname.find_first_of(" \t/") != std::string::npos) {
-        findings.warn(where, quoted(ifname) + " cannot be the name of a network interface",
+        findings.warn("item_interface_name"_code, where,
+                      quoted(ifname) + " cannot be the name of a network interface",
                       "write the access point's interface as \"ip link\" shows it, at most " +
                           counted(max_ifname_size, "character"));
     }
 }
 
-void check_hwaddr(const std::string& hwaddr, const std::string& where, report& findings) {
+void check_hwaddr(const std::string& hwaddr, const place& where, report& findings) {
+    const std::string start = "the hwaddr " + quoted(hwaddr) + " is accepted, but ";
     const std::string fault = hwaddr_fault(hwaddr);
     if (!fault.empty()) {
-        findings.fail(where,
-                      "the hwaddr " + quoted(hwaddr) + " is accepted, but " + fault +
-                          ": the Bot is never heard",
+        findings.fail("item_hwaddr_not_hex"_code, where, start + fault + never_heard,
                       hwaddr_remedy(hwaddr));
+    } else if (hwaddr.find_first_not_of('0') == std::string::npos) {
+        findings.fail("item_hwaddr_zeros"_code, where, start + "is all zeros" + never_heard,
+                      "replace this placeholder with the Bot's own hardware address");
+    } else if (hwaddr.find_first_not_of("fF") == std::string::npos) {
+        findings.fail("item_hwaddr_broadcast"_code, where,
+                      start + "is the broadcast address" + never_heard,
+                      "write the hardware address of one Bot; each Bot has its own item");
+    } else if (std::string_view("13579bBdDfF").find(hwaddr[1]) != std::string_view::npos) {
+        findings.fail("item_hwaddr_group"_code, where,
+                      start + "is the address of a group, as its second digit is odd" + never_heard,
+                      "correct the second digit: that of a single station is even");
     }
 }
 
 } // namespace
 
-void explain_dropped_item(const std::string& item, const std::string& where, report& findings) {
+void explain_dropped_item(const std::string& item, const place& where, report& findings) {
     const field_list fields = tidy_fields(item);
     if (fields.empty()) {
-        findings.warn(where, "ignored: there is nothing in " + quoted(item), "delete one comma");
+        findings.warn("item_empty"_code, where, "ignored: there is nothing in " + quoted(item),
+                      "delete one comma");
         return;
     }
     check_surroundings(item, fields, "ignored", where, findings);
@@ -184,7 +202,7 @@ void explain_dropped_item(const std::string& item, const std::string& where, rep
     }
 }
 
-void check_accepted_item(const std::string& item, const std::string& where, report& findings) {
+void check_accepted_item(const std::string& item, const place& where, report& findings) {
     const field_list fields = tidy_fields(item);
     check_surroundings(item, fields, "accepted, but the Bot cannot be reached", where, findings);
     if (fields.size() != field_count) {
@@ -194,6 +212,16 @@ void check_accepted_item(const std::string& item, const std::string& where, repo
     check_address(fields[1], where, findings);
     check_ifname(fields[2], where, findings);
     check_hwaddr(fields[3], where, findings);
+}
+
+void check_sample_bot(const std::string& item, const place& where, report& findings) {
+    const std::string hwaddr = tidy_fields(item).back();
+    if (is_sample_hwaddr(hwaddr)) {
+        findings.warn("item_of_sample"_code, where,
+                      "the hwaddr " + quoted(hwaddr) +
+                          " is that of a Bot in the sample configuration",
+                      "write your own Bot instead, with its own hardware address");
+    }
 }
 
 } // namespace csi_doctor

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 
@@ -30,19 +31,47 @@ struct handle_deleter {
 };
 using curl_handle = std::unique_ptr<CURL, handle_deleter>;
 
-const char* remedy_for(CURLcode result) {
+struct explanation {
+    finding_code code;
+    const char* remedy;
+    const char* start = ""; // of what is said, before libcurl's reason
+};
+
+explanation explain_refusal(CURL* handle) {
+    long error = 0;
+    curl_easy_getinfo(handle, CURLINFO_OS_ERRNO, &error);
+    switch (error) {
+    case ENETUNREACH:
+        return {"server_no_route"_code,
+                "check this machine's own address and its default route (ip route)",
+                "this machine has no route to the server: "};
+    case EHOSTUNREACH:
+        return {"server_unreachable"_code,
+                "check that the server is on and that \"server\" has its address; if so, check the "
+                "routers on the way (traceroute)",
+                "the network does not find the server: "};
+    default:
+        return {"server_refuses"_code,
+                "start the REST server, correct \"server\" or \"http_port\", or open the port in "
+                "the firewall"};
+    }
+}
+
+explanation explain(CURL* handle, CURLcode result) {
     switch (result) {
     case CURLE_COULDNT_RESOLVE_HOST:
-        return "check the name in \"server\" and this machine's name resolution "
-               "(/etc/resolv.conf), or write an address";
+        return {"server_unresolved"_code,
+                "check the name in \"server\" and this machine's name resolution "
+                "(/etc/resolv.conf), or write an address"};
     case CURLE_OPERATION_TIMEDOUT:
-        return "check \"server\", \"http_port\", this machine's route and name resolution, and the "
-               "firewalls on the way";
+        return {
+            "server_timeout"_code,
+            "check \"server\", \"http_port\", this machine's route and name resolution, and the "
+            "firewalls on the way"};
     case CURLE_COULDNT_CONNECT:
-        return "start the REST server, correct \"server\" or \"http_port\", or open the port in "
-               "the firewall";
+        return explain_refusal(handle);
     default:
-        return "correct \"server\": write only the host name or address";
+        return {"server_unusable"_code, "correct \"server\": write only the host name or address"};
     }
 }
 
@@ -83,12 +112,14 @@ void check_server_port(const std::string& server, const std::string& port, repor
     const CURLcode result = connect(handle.get(), server, port, error);
     const std::string where = "REST server " + printable(server);
     if (result == CURLE_OK) {
-        findings.ok(where, "accepts a TCP connection at " + peer_of(handle.get()) +
-                               "; no request was sent, so whether it answers is unknown");
+        findings.ok("server_accepts_connection"_code, where,
+                    "accepts a TCP connection at " + peer_of(handle.get()) +
+                        "; no request was sent, so whether it answers is unknown");
         return;
     }
     const std::string reason = error[0] != '\0' ? error.data() : curl_easy_strerror(result);
-    findings.fail(where, reason, remedy_for(result));
+    const auto [code, remedy, start] = explain(handle.get(), result);
+    findings.fail(code, where, start + reason, remedy);
 }
 
 } // namespace csi_doctor

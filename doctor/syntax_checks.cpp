@@ -38,21 +38,24 @@ std::string list_known_keys() {
     return text;
 }
 
-void explain_unknown_key(const std::string& key, const std::string& where, report& findings) {
+void explain_unknown_key(const std::string& key, const place& where, report& findings) {
     if (key.empty()) {
-        findings.warn(where, "has no effect: there is no key before the \"=\"", "write KEY=VALUE");
+        findings.warn("key_empty"_code, where, "has no effect: there is no key before the \"=\"",
+                      "write KEY=VALUE");
     } else if (key.front() == '#') {
-        findings.warn(where,
+        findings.warn("comment_not_in_column_one"_code, where,
                       "has no effect: the # is not in column one, so this is not a comment but the "
                       "unknown key " +
                           quoted(key),
                       "move the # to column one");
     } else if (contains(keys_set_by_daemon, key)) {
-        findings.warn(where, "has no effect: the daemon sets this key itself",
+        findings.warn("key_set_by_daemon"_code, where,
+                      "has no effect: the daemon sets this key itself",
                       "delete the line, or use one of the keys " + list_known_keys());
     } else {
         const std::string meant(suggest_key(key));
-        findings.warn(where, "has no effect: the daemon does not know the key " + quoted(key),
+        findings.warn("key_unknown"_code, where,
+                      "has no effect: the daemon does not know the key " + quoted(key),
                       meant.empty()
                           ? "use one of the keys " + list_known_keys() + ", or delete the line"
                           : "write " + meant + " if that is what you meant");
@@ -60,22 +63,24 @@ void explain_unknown_key(const std::string& key, const std::string& where, repor
 }
 
 /// A # in the value, where the daemon cuts it off, and quotes around it, which the daemon keeps.
-void check_value_text(const std::string& line, const std::string& value, const std::string& where,
+void check_value_text(const std::string& line, const std::string& value, const place& where,
                       report& findings) {
     const std::size_t hash = line.find('#', line.find('=') + 1);
     if (hash != std::string::npos) {
         const bool after_space = line[hash - 1] == ' ' || line[hash - 1] == '\t';
         if (after_space) {
-            findings.ok(where, "the value is " + quoted(value) +
-                                   "; the # and the text after it are ignored");
+            findings.ok("value_before_comment"_code, where,
+                        "the value is " + quoted(value) +
+                            "; the # and the text after it are ignored");
         } else {
-            findings.warn(where, "the # ends the value, which is only " + quoted(value),
+            findings.warn("value_cut_by_hash"_code, where,
+                          "the # ends the value, which is only " + quoted(value),
                           "use a value without a #; put a space before a comment");
         }
     }
     if (value.front() == '"' || value.front() == '\'') {
-        findings.fail(where, "the quotes are part of the value: " + printable(value),
-                      "remove the quotes");
+        findings.fail("value_quoted"_code, where,
+                      "the quotes are part of the value: " + printable(value), "remove the quotes");
     }
 }
 
@@ -87,7 +92,7 @@ void explain_dropped_line(const std::string& line, std::size_t number, const set
         return;
     }
     if (line.find('=') == std::string::npos) {
-        findings.warn(line_label(number, ""),
+        findings.warn("line_without_equals"_code, at_line(number, ""),
                       "ignored: there is no \"=\" in " + quoted(content.substr(0, 40)),
                       "write KEY=VALUE on one line: a value cannot continue on the next line, and "
                       "a comment begins with a # in column one");
@@ -96,7 +101,7 @@ void explain_dropped_line(const std::string& line, std::size_t number, const set
     const std::string key = csi_receiver::parse_line(line, '=').key;
     const bool has_hash = line.find('#') != std::string::npos;
     const auto earlier = config.find(key);
-    findings.warn(line_label(number, key),
+    findings.warn("value_empty"_code, at_line(number, key),
                   std::string("ignored: the value is empty") + (has_hash ? " (a # ends it)" : "") +
                       (earlier == config.end()
                            ? ""
@@ -106,7 +111,7 @@ void explain_dropped_line(const std::string& line, std::size_t number, const set
 
 void accept_line(const std::string& line, csi_receiver::configuration_line& parsed,
                  std::size_t number, settings& config, report& findings) {
-    const std::string where = line_label(number, parsed.key);
+    const place where = at_line(number, parsed.key);
     if (!contains(known_keys, parsed.key)) {
         explain_unknown_key(parsed.key, where, findings);
         return;
@@ -114,7 +119,7 @@ void accept_line(const std::string& line, csi_receiver::configuration_line& pars
     check_value_text(line, parsed.value, where, findings);
     const auto earlier = config.find(parsed.key);
     if (earlier != config.end()) {
-        findings.warn(where,
+        findings.warn("key_repeated"_code, where,
                       "overrides line " + std::to_string(earlier->second.line) +
                           ", which has the same key",
                       parsed.key == "routing" ? "write all Bots on one line, separated by commas"
@@ -126,7 +131,8 @@ void accept_line(const std::string& line, csi_receiver::configuration_line& pars
 void check_required_keys(const settings& config, report& findings) {
     for (const auto& required : required_keys) {
         if (config.count(required.key) == 0) {
-            findings.fail(required.key, "missing: the daemon does not start without it",
+            findings.fail("key_missing"_code, place(required.key, 0, required.key),
+                          "missing: the daemon does not start without it",
                           std::string("add a line such as ") + required.example);
         }
     }
@@ -134,8 +140,9 @@ void check_required_keys(const settings& config, report& findings) {
 
 } // namespace
 
-std::string line_label(std::size_t line, const std::string& key) {
-    return "line " + std::to_string(line) + (key.empty() ? "" : " (" + printable(key) + ")");
+place at_line(std::size_t line, const std::string& key) {
+    const std::string shown = printable(key);
+    return {"line " + std::to_string(line) + (key.empty() ? "" : " (" + shown + ")"), line, shown};
 }
 
 settings check_syntax(const std::string& text, report& findings) {
@@ -159,7 +166,8 @@ settings check_syntax(const std::string& text, report& findings) {
     if (any_accepted) {
         check_required_keys(config, findings);
     } else {
-        findings.fail("file", "has no KEY=VALUE line: the daemon treats it as empty and exits",
+        findings.fail("file_no_setting"_code, "file",
+                      "has no KEY=VALUE line: the daemon treats it as empty and exits",
                       "start from the sample csi_receiver.conf");
     }
     return config;

@@ -19,7 +19,7 @@ struct setting {
 using settings = std::map<std::string, setting>;
 
 /// "line 3 (server)"; "line 3" without a key.
-[[nodiscard]] std::string line_label(std::size_t line, const std::string& key);
+[[nodiscard]] place at_line(std::size_t line, const std::string& key);
 
 /// Reads the configuration's text by the daemon's own rules. Empty when no line is in effect.
 [[nodiscard]] settings check_syntax(const std::string& text, report& findings);

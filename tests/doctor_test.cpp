@@ -1,10 +1,22 @@
 // csi_doctor: what it reports about broken configurations, replies and peers.
 #include <cstdio>
+<<<<<<< HEAD
+=======
+#include <filesystem>
+#include <optional>
+#include <regex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+>>>>>>> h-doc5
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "doctor/configuration_file.h"
 #include "doctor/core_checks.h"
 #include "doctor/core_replies.h"
 #include "doctor/log_checks.h"
@@ -13,10 +25,13 @@
 #include "doctor/udp_sockets.h"
 #include "doctor/value_checks.h"
 #include "peers/installation.h"
+#include "platform/udp_client.h"
 #include "support/fixtures.h"
 #include "support/vectors.h"
 
 using namespace csi_doctor;
+
+static const std::string source_folder = std::string(CSI_RECEIVER_VECTORS) + "/../../";
 
 static settings check(const std::string& text, report& findings) {
     settings config = check_syntax(text, findings);
@@ -25,19 +40,58 @@ static settings check(const std::string& text, report& findings) {
     return config;
 }
 
-static void expect_finding(const report& found, int status, const std::string& words) {
+/// The matches' first groups.
+static std::set<std::string> find_all(const std::string& text, const std::string& pattern) {
+    const std::regex wanted(pattern);
+    std::set<std::string> result;
+    for (std::sregex_iterator match(text.begin(), text.end(), wanted), end; match != end; ++match) {
+        result.insert(match->str(1));
+    }
+    return result;
+}
+
+/// Words of the line or of the JSON object; a code, if one is expected.
+static void expect_finding(const report& found, int status, const std::string& words,
+                           const std::string& code = "") {
     const auto says = [&](const finding& one) {
-        return to_line(one, false).find(words) != std::string::npos;
+        const std::string text = to_line(one, false) + to_json({one});
+        return text.find(words) != std::string::npos && (code.empty() || one.code.name == code);
     };
     EXPECT_TRUE(std::any_of(found.all().begin(), found.all().end(), says)) << words;
+    static const std::string documents = read_file(source_folder + "docs/operations.md");
+    for (const finding& one : found.all()) {
+        const std::string line = to_line(one, false); // begins with the level
+        const std::regex row("\n\\| `" + std::string(one.code.name) + "` \\| [^|]*" +
+                             line.substr(0, 2));
+        EXPECT_TRUE(std::regex_search(documents, row)) << line;
+    }
     EXPECT_EQ(found.exit_status(), status) << words << to_json(found.all());
+}
+
+/// What a case of the vectors expects, with the folder's path for DIR.
+static void expect_case(const report& found, const json::value& one,
+                        const std::string& folder = "") {
+    expect_finding(found, one["status"].GetInt(), with_directory(wire_text(one["says"]), folder),
+                   wire_text(one["code"]));
+    EXPECT_TRUE(json::find(one, "alone") == nullptr || found.all().size() == 1);
+}
+
+/// The symbolic links that a case needs: targets by path.
+static void make_links(const json::value& one, const std::string& folder) {
+    if (const json::value* const links = json::find(one, "links")) {
+        for (const auto& each : links->GetObject()) {
+            const std::filesystem::path link = folder + "/" + wire_text(each.name);
+            std::filesystem::create_directories(link.parent_path());
+            std::filesystem::create_symlink(wire_text(each.value), link);
+        }
+    }
 }
 
 /// The case's text, and the required keys that it does not begin with.
 static std::string completed(const json::value& one) {
     std::string text = wire_text(one["text"]);
     for (const std::string required :
-         {"routing=101:127.0.0.1:wlan0:020000000065", "server=a", "zorvin_uuid=1"}) {
+         {"routing=101:127.0.0.1:wlan0:0a0000000065", "server=a", "zorvin_uuid=1"}) {
         const std::string key = required.substr(0, required.find('=') + 1);
         text += text.compare(0, key.size(), key) == 0 ? "" : "\n" + required;
     }
@@ -48,8 +102,43 @@ TEST(doctor, configurations) {
     for_each_case("doctor/configurations", [](const json::value& one) {
         report found;
         check(completed(one), found);
-        expect_finding(found, one["status"].GetInt(), wire_text(one["says"]));
+        expect_case(found, one);
     });
+}
+
+TEST(doctor, files) {
+    const temporary_directory directory;
+    static_cast<void>(directory.write("good", "a=b\n"));
+    static_cast<void>(directory.write("large", std::string(1'048'575, '#')));
+    static_cast<void>(directory.write("too_large", std::string(1'048'576, '#')));
+    ASSERT_EQ(mkfifo((directory.path + "/fifo").c_str(), 0644), 0);
+    for_each_case("doctor/files", [&](const json::value& one) {
+        make_links(one, directory.path);
+        report found;
+        const std::string path = directory.path + "/" + wire_text(one["path"]);
+        if (read_configuration_file(path, found)) {
+            EXPECT_TRUE(one["status"].GetInt() == 0 && found.all().empty());
+        } else {
+            expect_case(found, one, directory.path);
+        }
+    });
+}
+
+TEST(doctor, warns_of_each_value_to_replace_in_the_sample) {
+    report found;
+    check(read_file(source_folder + "packaging/csi_receiver.conf"), found);
+    expect_finding(found, 1, "line 13 (server)", "server_documentation");
+    EXPECT_EQ(to_summary(found.all()), "4 warnings");
+}
+
+TEST(doctor, documents_each_code) {
+    std::string source;
+    for (const auto& file : std::filesystem::directory_iterator(source_folder + "doctor")) {
+        source += read_file(file.path());
+    }
+    EXPECT_EQ(find_all(source, R"re("([a-z0-9_]+)"_code)re"),
+              find_all(read_file(source_folder + "docs/operations.md"),
+                       "\n\\| `([a-z0-9_]+)` \\| (?:ok|warn|FAIL)"));
 }
 
 TEST(doctor, no_settings) {
@@ -68,10 +157,10 @@ TEST(doctor, no_settings) {
 TEST(doctor, summary) {
     report found;
     EXPECT_EQ(to_summary(found.all()), "all is well");
-    found.warn("a", "b", "c");
+    found.warn("x"_code, "a", "b", "c");
     EXPECT_EQ(to_summary(found.all()), "1 warning");
-    found.fail("a", "b", "c");
-    found.fail("a", "b", "c");
+    found.fail("x"_code, "a", "b", "c");
+    found.fail("x"_code, "a", "b", "c");
     EXPECT_EQ(to_summary(found.all()), "2 failures, 1 warning");
 }
 
@@ -120,7 +209,7 @@ TEST(doctor, replies) {
         });
         report found;
         check_core_service(table.zorvins().front(), true, found);
-        expect_finding(found, one["status"].GetInt(), wire_text(one["says"]));
+        expect_case(found, one);
     });
     report found;
     check_info_reply(std::string(4096, '{'), "wlan0", found);
@@ -143,11 +232,20 @@ TEST(doctor, log_directory) {
     const temporary_directory directory;
     directory.write("file", "");
     std::filesystem::create_directories(directory.path + "/taken/csi_receiver.log");
+<<<<<<< HEAD
     const auto check_case = [&](const json::value& one) {
         report syntax;
         report found;
         check_log_file(check_syntax(completed(one), syntax), found);
         expect_finding(found, one["status"].GetInt(), wire_text(one["says"]));
+=======
+    for_each_case("doctor/log_paths", [&](const json::value& one) {
+        make_links(one, directory.path);
+        report syntax;
+        report found;
+        check_log_file(check_syntax(with_directory(completed(one), directory.path), syntax), found);
+        expect_case(found, one, directory.path);
+>>>>>>> h-doc5
         if (found.exit_status() == 0 && geteuid() == 0) {
             expect_finding(found, 0, "(checked as root: another user");
         }
@@ -182,4 +280,19 @@ TEST(doctor, connects_to_no_server_whose_name_cannot_be_right) {
     EXPECT_TRUE(found.all().empty());
     check_network({{"server", {"user@127.0.0.1", 1}}, {"http_port", {"1", 2}}}, found);
     expect_finding(found, 2, "FAIL  REST server user@127.0.0.1: ");
+}
+
+TEST(doctor, finds_no_route_and_broadcast_addresses) {
+    csi_receiver::routing_table table;
+    read_routing("1:10.0.0.1:w:0a0000000065,2:127.255.255.255:w:0a0000000066", table);
+    report found;
+    check_core_service(table.zorvins().back(), true, found);
+    expect_finding(found, 2, "is the broadcast address of a network", "core_broadcast");
+    if (csi_receiver::udp_client("10.0.0.1", 1).fd() >= 0) {
+        GTEST_SKIP() << "the system grants no network of its own, and this one has a route";
+    }
+    check_core_service(table.zorvins().front(), true, found);
+    check_network({{"server", {"10.0.0.1", 1}}}, found);
+    expect_finding(found, 2, "no route to this address", "core_no_route");
+    expect_finding(found, 2, "this machine has no route to the server: ", "server_no_route");
 }

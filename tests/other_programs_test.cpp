@@ -45,6 +45,8 @@ TEST_F(programs, options_and_exit_status) {
                   one["status"].GetInt());
         const std::string said = directory.read("output");
         EXPECT_NE(said.find(wire_text(one["says"])), std::string::npos) << said;
+        const json::value* const lacks = json::find(one, "lacks");
+        EXPECT_TRUE(lacks == nullptr || said.find(wire_text(*lacks)) == std::string::npos) << said;
     };
     for_each_case("programs/options", run_case, directory.path);
     EXPECT_EQ(run(CSI_DOCTOR_COMMAND, {"--json", "--offline", bad}), 2);
