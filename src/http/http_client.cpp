@@ -32,6 +32,13 @@ int close_on_exec(void* /*unused*/, curl_socket_t fd, curlsocktype /*purpose*/) 
     return CURL_SOCKOPT_OK;
 }
 
+/// No proxy from the environment. A libcurl that was built without proxies does not know the
+/// option.
+bool ignore_proxies(CURL* handle) {
+    const CURLcode result = curl_easy_setopt(handle, CURLOPT_PROXY, "");
+    return result == CURLE_OK || result == CURLE_UNKNOWN_OPTION;
+}
+
 /// To HTTP only, whatever else the library speaks, and not in circles.
 void limit_redirects(CURL* handle) {
     curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 10L);
@@ -72,11 +79,10 @@ bool http_client::ensure_handle() {
         return true;
     }
     std::unique_ptr<CURL, handle_deleter> handle(curl_easy_init());
-    // No proxy from the environment, and no signals from libcurl.
-    if (!handle || curl_easy_setopt(handle.get(), CURLOPT_PROXY, "") != CURLE_OK) {
+    if (!handle || !ignore_proxies(handle.get())) {
         return false;
     }
-    curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L); // the daemon's signals are its own
     curl_easy_setopt(handle.get(), CURLOPT_SOCKOPTFUNCTION, &close_on_exec);
     limit_redirects(handle.get());
     leave_resolver_behind(handle.get());

@@ -1,0 +1,61 @@
+# Toolchain for statically linked, position-independent programs with musl and libc++, made by clang.
+# CSI_RECEIVER_STATIC_ROOT is the folder with the target's headers and libraries, and
+# CSI_RECEIVER_STATIC_ARCH names the target: see scripts/build-static, which fills the folder.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES CSI_RECEIVER_STATIC_ARCH CSI_RECEIVER_STATIC_ROOT)
+set(CMAKE_SYSROOT ${CSI_RECEIVER_STATIC_ROOT})
+
+set(flags "-Oz -ffunction-sections -fdata-sections -fno-asynchronous-unwind-tables")
+string(APPEND flags " -fstack-protector-strong -flto")
+if(CSI_RECEIVER_STATIC_ARCH STREQUAL armv7)
+    set(CMAKE_SYSTEM_PROCESSOR armv7l)
+    set(triple arm-linux-musleabihf)
+    set(emulator qemu-arm)
+    string(APPEND flags " -march=armv7-a -mfpu=vfpv3-d16 -mthumb")
+elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL aarch64)
+    set(CMAKE_SYSTEM_PROCESSOR aarch64)
+    set(triple aarch64-linux-musl)
+    set(emulator qemu-aarch64)
+elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL mipsel)
+    set(CMAKE_SYSTEM_PROCESSOR mips)
+    set(triple mipsel-linux-musl)
+    set(emulator qemu-mipsel)
+    string(APPEND flags " -march=mips32r2")
+elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL x86_64)
+    set(CMAKE_SYSTEM_PROCESSOR x86_64)
+    set(triple x86_64-linux-musl)
+    set(emulator "")
+else()
+    message(FATAL_ERROR "CSI_RECEIVER_STATIC_ARCH: '${CSI_RECEIVER_STATIC_ARCH}' is unknown")
+endif()
+set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator})
+
+foreach(language C CXX ASM)
+    set(CMAKE_${language}_COMPILER_TARGET ${triple})
+    set(CMAKE_${language}_FLAGS_INIT "${flags}")
+    # No level of optimisation besides the one above.
+    set(CMAKE_${language}_FLAGS_MINSIZEREL_INIT "-DNDEBUG")
+    set(CMAKE_${language}_FLAGS_MINSIZEREL "-DNDEBUG" CACHE STRING "")
+endforeach()
+string(APPEND CMAKE_CXX_FLAGS_INIT " -stdlib=libc++")
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_ASM_COMPILER clang)
+set(CMAKE_AR llvm-ar CACHE STRING "")
+set(CMAKE_RANLIB llvm-ranlib CACHE STRING "")
+
+set(link_flags -fuse-ld=lld -static-pie -rtlib=libgcc -unwindlib=none -flto
+    -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--icf=safe
+    -Wl,--hash-style=gnu -Wl,--build-id=none)
+list(JOIN link_flags " " CMAKE_EXE_LINKER_FLAGS_INIT)
+set(CMAKE_CXX_STANDARD_LIBRARIES_INIT "-lc++abi -lunwind")
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# Keep pkg-config away from the build machine's own libraries.
+set(ENV{PKG_CONFIG_DIR} "")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/pkgconfig)
