@@ -237,7 +237,7 @@ TEST(soak_attackers, a_hostile_server_gives_no_valid_answer) {
           kinds::invalid_content_length, kinds::endless_headers, kinds::slow_bytes,
           kinds::redirect_circle, kinds::redirect_to_ftp}) {
         hostile_server server(0, kind);
-        curl_http::http_client http(server.port(), {500ms, 500ms, 500ms});
+        curl_http::http_client http(server.port(), {1500ms, 1500ms, 1500ms});
         const std::string body = http.post_json("http://127.0.0.1:/v2/zorvins/attach", "{}");
         EXPECT_EQ(http.connected(), kind == kinds::too_short_content_length)
             << static_cast<int>(kind);
