@@ -23,15 +23,18 @@ constexpr finding_code operator""_code(const char* name, std::size_t size) {
 
 /// What a finding is about, as people and as programs read it.
 struct place {
-    place(const char* shown) // NOLINT(google-explicit-constructor): most places are only a text
+    // Most places are only a text, and so both convert.
+    // cppcheck-suppress noExplicitConstructor
+    place(const char* shown)
         : text(shown) {}
+    // cppcheck-suppress noExplicitConstructor
     place(std::string shown, std::size_t line_number = 0, std::string configuration_key = {})
         : text(std::move(shown))
         , line(line_number)
         , key(std::move(configuration_key)) {}
 
     std::string text;
-    std::size_t line;     // counted from 1; 0: none
+    std::size_t line = 0; // counted from 1; 0: none
     std::string key;      // empty: none
     std::size_t item = 0; // of the routing, counted from 1; 0: none
 };

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <future>
 #include <regex>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -157,7 +158,7 @@ TEST_F(http_client, each_operation_has_its_own_time_out) {
         EXPECT_FALSE(asked.connected());
     }
     const curl_http::timeouts defaults;
-    EXPECT_TRUE(defaults.post == 20s && defaults.get == 5s && defaults.sink == 200s);
+    EXPECT_EQ(std::tuple(defaults.post, defaults.get, defaults.sink), std::tuple(20s, 5s, 200s));
 }
 
 TEST_F(http_client, threads_wait_for_their_turn_and_get_their_own_replies) {

@@ -1,5 +1,6 @@
 // Plays the scenarios in vectors/scenarios/: a client starts, takes turns of its main loop and
 // ends. Each step lists what the client sends and what it logs.
+#include <algorithm>
 #include <map>
 #include <memory>
 
@@ -49,7 +50,7 @@ private:
 texts split_log(const std::string& text) {
     texts lines = lines_of(text, "[] ");
     for (std::string& line : lines) {
-        line = line.substr(0, line.find(" failed: "));
+        line.resize(std::min(line.find(" failed: "), line.size()));
     }
     return lines;
 }
