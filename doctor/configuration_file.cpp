@@ -20,7 +20,7 @@ void check_permissions_as_root(const std::string& path, report& findings) {
     if (geteuid() == 0 && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
         (status.st_mode & S_IROTH) == 0) {
         findings.warn("file",
-                      "not every user can read " + quoted(path) +
+                      "not every user can read " + csi_doctor::quoted(path) +
                           ", and the service does not run as root",
                       "chmod a+r " + printable(path));
     }
@@ -30,7 +30,7 @@ void check_permissions_as_root(const std::string& path, report& findings) {
 
 std::optional<std::string> read_configuration_file(const std::string& path, report& findings) {
     if (is_directory(path)) {
-        findings.fail("file", quoted(path) + " is a directory",
+        findings.fail("file", csi_doctor::quoted(path) + " is a directory",
                       "give the path of the configuration file in it");
         return std::nullopt;
     }
@@ -38,7 +38,8 @@ std::optional<std::string> read_configuration_file(const std::string& path, repo
     std::ifstream file(path);
     if (!file) {
         const int error = errno;
-        findings.fail("file", "cannot read " + quoted(path) + ": " + std::strerror(error),
+        findings.fail("file",
+                      "cannot read " + csi_doctor::quoted(path) + ": " + std::strerror(error),
                       error == ENOENT ? "check the path, or copy the sample csi_receiver.conf there"
                                       : "make it readable by the user that runs the daemon");
         return std::nullopt;
