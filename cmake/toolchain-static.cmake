@@ -58,4 +58,4 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # Keep pkg-config away from the build machine's own libraries.
 set(ENV{PKG_CONFIG_DIR} "")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
-set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/pkgconfig)
+set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/local/lib/pkgconfig)

@@ -31,14 +31,14 @@ bool set_flag(const std::string& argument, options& given) {
 /// Returns what is wrong with the argument; empty when nothing is.
 std::string add_operand(const std::string& argument, options& given) {
     if (!argument.empty() && argument.front() == '-') {
-        return "unknown option " + quoted(argument);
+        return "unknown option " + in_quotes(argument);
     }
     if (argument.empty()) {
         return "the name of the configuration file is empty";
     }
     if (!given.path.empty()) {
-        return "more than one configuration file: " + quoted(given.path) + " and " +
-               quoted(argument);
+        return "more than one configuration file: " + in_quotes(given.path) + " and " +
+               in_quotes(argument);
     }
     given.path = argument;
     return "";
@@ -47,7 +47,7 @@ std::string add_operand(const std::string& argument, options& given) {
 /// Returns what is wrong with the options together; empty when nothing is.
 std::string check(const options& given) {
     if (given.color != "auto" && given.color != "always" && given.color != "never") {
-        return "--color: " + quoted(given.color) + " is not auto, always or never";
+        return "--color: " + in_quotes(given.color) + " is not auto, always or never";
     }
     const bool needs_path = !given.help && !given.version;
     return needs_path && given.path.empty() ? "no configuration file given" : "";

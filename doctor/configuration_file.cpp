@@ -23,27 +23,27 @@ void check_permissions_as_root(const struct stat& status, const std::string& pat
                                report& findings) {
     if (geteuid() == 0 && (status.st_mode & S_IROTH) == 0) {
         findings.warn("file_not_world_readable"_code, "file",
-                      "not every user can read " + quoted(path) +
+                      "not every user can read " + in_quotes(path) +
                           ", and the service does not run as root",
                       "chmod a+r " + printable(path));
     }
 }
 
 finding describe_error(const std::string& path, int error) {
-    const std::string what = "cannot read " + quoted(path) + ": " + std::strerror(error);
+    const std::string what = "cannot read " + in_quotes(path) + ": " + std::strerror(error);
     const std::string obstacle = nearest_existing(path);
     const bool dangling = is_symbolic_link(obstacle) && !path_exists(obstacle);
     switch (error) {
     case ELOOP:
         return {level::fail, "file_link_loop"_code, "file", what,
-                "correct the symbolic link " + quoted(obstacle) + ", which is part of a loop"};
+                "correct the symbolic link " + in_quotes(obstacle) + ", which is part of a loop"};
     case ENOTDIR:
         return {level::fail, "file_below_file"_code, "file", what,
-                "correct the path: " + quoted(obstacle) + " is not a directory"};
+                "correct the path: " + in_quotes(obstacle) + " is not a directory"};
     case ENOENT:
         return {level::fail, dangling ? "file_link_dangling"_code : "file_missing"_code, "file",
                 what,
-                dangling ? "correct the symbolic link " + quoted(obstacle) +
+                dangling ? "correct the symbolic link " + in_quotes(obstacle) +
                                ", whose target does not exist"
                          : "check the path, or copy the sample csi_receiver.conf there"};
     case ENAMETOOLONG:
@@ -61,7 +61,7 @@ finding describe_error(const std::string& path, int error) {
 /// For anything but a regular file.
 finding describe_kind(const std::string& path, mode_t mode) {
     if (S_ISDIR(mode)) {
-        return {level::fail, "file_is_directory"_code, "file", quoted(path) + " is a directory",
+        return {level::fail, "file_is_directory"_code, "file", in_quotes(path) + " is a directory",
                 "give the path of the configuration file in it"};
     }
     const char* const kind = S_ISFIFO(mode)   ? "a FIFO"
@@ -69,13 +69,13 @@ finding describe_kind(const std::string& path, mode_t mode) {
                              : S_ISCHR(mode)  ? "a character device"
                                               : "a block device";
     return {level::fail, "file_not_regular"_code, "file",
-            quoted(path) + " is " + kind + ", not a regular file",
+            in_quotes(path) + " is " + kind + ", not a regular file",
             "write the settings into a file, and give its path"};
 }
 
 finding describe_size(const std::string& path) {
     return {level::fail, "file_too_large"_code, "file",
-            quoted(path) + " has 1 MiB or more, too much for a configuration",
+            in_quotes(path) + " has 1 MiB or more, too much for a configuration",
             "give the path of the configuration file"};
 }
 

@@ -23,7 +23,7 @@ void explain_not_an_object(const std::string& reply, const std::string& name,
         return;
     }
     findings.fail("core_reply_not_object"_code, where,
-                  name + " is not a JSON object: " + quoted(reply.substr(0, 60)) + "; " + effect,
+                  name + " is not a JSON object: " + in_quotes(reply.substr(0, 60)) + "; " + effect,
                   "check that a core service, and nothing else, listens on UDP port " +
                       std::to_string(csi_receiver::core_service_port));
 }
@@ -48,7 +48,7 @@ bool is_read_as_text(std::string_view name) {
 void report_wrong_type(std::string_view name, const json::value& member, const char* wanted,
                        const std::string& where, report& findings) {
     findings.fail("core_reply_wrong_type"_code, where,
-                  "the core service reports " + quoted(name) + ":" +
+                  "the core service reports " + in_quotes(name) + ":" +
                       printable(json::write(member).substr(0, 60)) +
                       ", a wrong type that makes the daemon abort with status 134",
                   std::string("update the core service: it must send ") + wanted);
@@ -94,8 +94,8 @@ void read_member(std::string_view name, const json::value& member, interface_fac
 }
 
 void check_facts(const interface_facts& facts, const std::string& where, report& findings) {
-    const std::string details = "driver " + quoted(facts.driver) + ", antennas " +
-                                std::to_string(facts.antennas) + ", SSID " + quoted(facts.ssid);
+    const std::string details = "driver " + in_quotes(facts.driver) + ", antennas " +
+                                std::to_string(facts.antennas) + ", SSID " + in_quotes(facts.ssid);
     if (facts.mode.empty()) {
         findings.warn("interface_mode_unknown"_code, where,
                       std::string("the core service does not report its mode; ") + skips_interface,
@@ -104,7 +104,7 @@ void check_facts(const interface_facts& facts, const std::string& where, report&
                       "daemon has added it");
     } else if (facts.mode != "ap") {
         findings.fail("interface_not_ap"_code, where,
-                      "is in mode " + quoted(facts.mode) +
+                      "is in mode " + in_quotes(facts.mode) +
                           " instead of \"ap\": the daemon exits with \"wrong wlan mode\"",
                       "name an access point's interface in \"routing\", or make this one an access "
                       "point");
@@ -129,7 +129,7 @@ bool check_ping_reply(const std::string& reply, const std::string& where, const 
     if (json::find(answer, "ping") == nullptr) {
         findings.fail("core_ping_reply_incomplete"_code, where,
                       "its answer to a ping has no member \"ping\": " +
-                          quoted(reply.substr(0, 60)) + "; " + effect,
+                          in_quotes(reply.substr(0, 60)) + "; " + effect,
                       "update the core service: it must answer {\"ping\":\"pong\"}");
         return false;
     }

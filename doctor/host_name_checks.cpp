@@ -84,7 +84,7 @@ std::optional<finding> check_host(const std::string& host) {
     const std::size_t odd = host.find_first_not_of(host_name_characters);
     if (odd != std::string::npos) {
         return finding{level::fail, "server_odd_character"_code, "",
-                       "is not a host name: it contains " + quoted(host.substr(odd, 1)),
+                       "is not a host name: it contains " + in_quotes(host.substr(odd, 1)),
                        write_host_only};
     }
     if (host.find_first_not_of("0123456789.") == std::string::npos &&
@@ -104,9 +104,9 @@ std::optional<finding> check_host_name(const std::string& server) {
         const std::string name = server.substr(0, scheme);
         const bool https = name == "https";
         return wrong_target("server_with_scheme"_code,
-                            "begins with " + quoted(name + "://") +
+                            "begins with " + in_quotes(name + "://") +
                                 (https ? ", but the daemon speaks only plain HTTP" : ""),
-                            "a host named " + quoted(name));
+                            "a host named " + in_quotes(name));
     }
     if (server.find_first_of(" \t") != std::string::npos) {
         return failure("server_white_space"_code, "contains white space");

@@ -33,19 +33,19 @@ std::string root_caveat() {
 void check_missing_directory(const std::string& directory, const place& where, report& findings) {
     const std::string parent = parent_directory(directory);
     const std::string nearest = nearest_existing(directory);
-    const std::string cannot = "cannot create " + quoted(directory) + ": ";
+    const std::string cannot = "cannot create " + in_quotes(directory) + ": ";
     if (is_symbolic_link(nearest) && !path_exists(nearest)) {
         findings.fail("log_path_broken_link"_code, where,
-                      cannot + quoted(nearest) + " is a symbolic link that leads nowhere" +
+                      cannot + in_quotes(nearest) + " is a symbolic link that leads nowhere" +
                           log_lost,
                       remedy_for(directory, "correct or remove the symbolic link"));
     } else if (!is_directory(nearest)) {
         findings.fail("log_path_below_file"_code, where,
-                      cannot + quoted(nearest) + " is not a directory" + log_lost,
+                      cannot + in_quotes(nearest) + " is not a directory" + log_lost,
                       remedy_for(directory, "write the path of another directory"));
     } else if (!path_exists(parent)) {
         findings.fail("log_parent_missing"_code, where,
-                      cannot + quoted(parent) + " does not exist" + log_lost,
+                      cannot + in_quotes(parent) + " does not exist" + log_lost,
                       remedy_for(directory, "mkdir -p " + printable(directory)));
     } else if (access(parent.c_str(), W_OK | X_OK) != 0) {
         findings.fail("log_directory_not_creatable"_code, where,
@@ -54,7 +54,7 @@ void check_missing_directory(const std::string& directory, const place& where, r
                                             "csi_doctor as that user"));
     } else {
         findings.ok("log_directory_to_create"_code, where,
-                    quoted(directory) + " does not exist yet; the daemon creates it" +
+                    in_quotes(directory) + " does not exist yet; the daemon creates it" +
                         root_caveat());
     }
 }
@@ -62,17 +62,18 @@ void check_missing_directory(const std::string& directory, const place& where, r
 void check_file(const std::string& file, const place& where, report& findings) {
     if (is_directory(file)) {
         findings.fail("log_file_is_directory"_code, where,
-                      quoted(file) + " is a directory" + log_lost, "remove it");
+                      in_quotes(file) + " is a directory" + log_lost, "remove it");
     } else if (is_symbolic_link(file) && !path_exists(file) && errno == ELOOP) {
         findings.fail("log_file_link_loop"_code, where,
-                      quoted(file) + " is a symbolic link in a loop" + log_lost, "remove it");
+                      in_quotes(file) + " is a symbolic link in a loop" + log_lost, "remove it");
     } else if (path_exists(file) && access(file.c_str(), W_OK) != 0) {
         findings.fail("log_file_not_writable"_code, where,
-                      "cannot write to " + quoted(file) + ": " + std::strerror(errno) + log_lost,
+                      "cannot write to " + in_quotes(file) + ": " + std::strerror(errno) + log_lost,
                       "make it writable by the user that runs the daemon, or run csi_doctor as "
                       "that user");
     } else {
-        findings.ok("log_file_ok"_code, where, "the log goes to " + quoted(file) + root_caveat());
+        findings.ok("log_file_ok"_code, where,
+                    "the log goes to " + in_quotes(file) + root_caveat());
     }
 }
 
@@ -82,11 +83,11 @@ void check_directory(const std::string& directory, const place& where, report& f
         check_missing_directory(path, where, findings);
     } else if (!is_directory(path)) {
         findings.fail("log_path_not_directory"_code, where,
-                      quoted(path) + " is not a directory" + log_lost,
+                      in_quotes(path) + " is not a directory" + log_lost,
                       "write the path of a directory");
     } else if (access(path.c_str(), W_OK | X_OK) != 0) {
         findings.fail("log_directory_not_writable"_code, where,
-                      "cannot write to " + quoted(path) + ": " + std::strerror(errno) + log_lost,
+                      "cannot write to " + in_quotes(path) + ": " + std::strerror(errno) + log_lost,
                       "make it writable by the user that runs the daemon, or run csi_doctor as "
                       "that user");
     } else {

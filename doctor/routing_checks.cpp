@@ -37,13 +37,13 @@ void check_duplicate(csi_receiver::routing_table& table, const place& where, rep
     const csi_receiver::bot_record& bot = table.bots().back();
     if (&*table.find_bot_by_uuid(bot.uuid) != &bot) {
         findings.warn("routing_id_twice"_code, where,
-                      "Bot " + quoted(bot.uuid) +
+                      "Bot " + in_quotes(bot.uuid) +
                           " is in the routing twice: commands reach only the first",
                       "delete one, or give each Bot its own id");
     }
     if (&*table.find_bot_by_hwaddr(bot.hwaddr) != &bot) {
         findings.warn("routing_hwaddr_twice"_code, where,
-                      "hwaddr " + quoted(bot.hwaddr) + " is in the routing twice",
+                      "hwaddr " + in_quotes(bot.hwaddr) + " is in the routing twice",
                       "delete one, or give each Bot its own hwaddr");
     }
 }
@@ -94,7 +94,7 @@ void check_routing(const settings& config, report& findings) {
     if (const auto fault = find_core_address_fault(last)) {
         findings.fail("routing_last_core_unusable"_code, where,
                       "the daemon never attaches: it waits for the last core service, " +
-                          quoted(last) + ", which " + fault->kind,
+                          in_quotes(last) + ", which " + fault->kind,
                       "write its IPv4 address");
     }
     findings.ok("routing_ok"_code, where,

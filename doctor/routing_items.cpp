@@ -51,10 +51,10 @@ std::string hwaddr_remedy(const std::string& written) {
 /// The first thing in it that is not a hexadecimal digit, as a clause; empty when there is none.
 std::string hwaddr_fault(const std::string& hwaddr) {
     if (has_0x(hwaddr)) {
-        return "begins with " + quoted(hwaddr.substr(0, 2));
+        return "begins with " + in_quotes(hwaddr.substr(0, 2));
     }
     const auto odd = std::find_if_not(hwaddr.begin(), hwaddr.end(), is_hex_digit);
-    return odd == hwaddr.end() ? "" : "contains " + quoted(std::string(1, *odd));
+    return odd == hwaddr.end() ? "" : "contains " + in_quotes(std::string(1, *odd));
 }
 
 std::string join(const field_list& fields, std::size_t first = 0) {
@@ -93,7 +93,7 @@ void check_surroundings(const std::string& item, const field_list& tidy, const s
     const bool bracketed = without_brackets(trimmed) != trimmed;
     const bool good = tidy.size() == field_count && tidy.back().size() == hwaddr_digits;
     findings.fail(bracketed ? "item_brackets"_code : "item_white_space"_code, where,
-                  effect + ": " + quoted(item) + " has " +
+                  effect + ": " + in_quotes(item) + " has " +
                       (bracketed ? "brackets around it" : "white space around its fields"),
                   good ? "write " + printable(join(tidy)) : item_form);
 }
@@ -136,14 +136,14 @@ void check_id(const std::string& id, const place& where, report& findings) {
     }
     const bool reachable = bot.text == bot.number;
     findings.fail("item_id_invalid"_code, where,
-                  "the id " + quoted(id) + " " + describe(bot.fault) +
+                  "the id " + in_quotes(id) + " " + describe(bot.fault) +
                       ": the server knows the Bot as " + bot.number +
                       (reachable ? "" : ", and no command reaches it"),
                   identity_remedy);
 }
 
 void check_address(const std::string& address, const place& where, report& findings) {
-    const std::string start = "the address " + quoted(address) + " ";
+    const std::string start = "the address " + in_quotes(address) + " ";
     if (const auto fault = find_core_address_fault(address)) {
         findings.fail(fault->code, where, start + fault->kind + fault->effect, fault->remedy);
     } else if (const std::string block(documentation_block(address)); !block.empty()) {
@@ -156,14 +156,14 @@ void check_address(const std::string& address, const place& where, report& findi
 void check_ifname(const std::string& ifname, const place& where, report& findings) {
     if (ifname.size() > max_ifname_size || ifname.find_first_of(" \t/") != std::string::npos) {
         findings.warn("item_interface_name"_code, where,
-                      quoted(ifname) + " cannot be the name of a network interface",
+                      in_quotes(ifname) + " cannot be the name of a network interface",
                       "write the access point's interface as \"ip link\" shows it, at most " +
                           counted(max_ifname_size, "character"));
     }
 }
 
 void check_hwaddr(const std::string& hwaddr, const place& where, report& findings) {
-    const std::string start = "the hwaddr " + quoted(hwaddr) + " is accepted, but ";
+    const std::string start = "the hwaddr " + in_quotes(hwaddr) + " is accepted, but ";
     const std::string fault = hwaddr_fault(hwaddr);
     if (!fault.empty()) {
         findings.fail("item_hwaddr_not_hex"_code, where, start + fault + never_heard,
@@ -187,12 +187,12 @@ void check_hwaddr(const std::string& hwaddr, const place& where, report& finding
 void explain_dropped_item(const std::string& item, const place& where, report& findings) {
     const field_list fields = tidy_fields(item);
     if (fields.empty()) {
-        findings.warn("item_empty"_code, where, "ignored: there is nothing in " + quoted(item),
+        findings.warn("item_empty"_code, where, "ignored: there is nothing in " + in_quotes(item),
                       "delete one comma");
         return;
     }
     check_surroundings(item, fields, "ignored", where, findings);
-    const std::string start = "ignored: " + quoted(item) + " has ";
+    const std::string start = "ignored: " + in_quotes(item) + " has ";
     if (fields.size() > field_count) {
         explain_many_fields(fields, start, where, findings);
     } else if (fields.size() < field_count) {
@@ -218,7 +218,7 @@ void check_sample_bot(const std::string& item, const place& where, report& findi
     const std::string hwaddr = tidy_fields(item).back();
     if (is_sample_hwaddr(hwaddr)) {
         findings.warn("item_of_sample"_code, where,
-                      "the hwaddr " + quoted(hwaddr) +
+                      "the hwaddr " + in_quotes(hwaddr) +
                           " is that of a Bot in the sample configuration",
                       "write your own Bot instead, with its own hardware address");
     }

@@ -21,7 +21,8 @@ void check_sample_identity(const settings& config, report& findings) {
     if (uuid != config.end() && parse_identity(uuid->second.value).text == "9001" &&
         !is_for_lab(config)) {
         findings.warn("zorvin_uuid_of_sample"_code, at_line(uuid->second.line, "zorvin_uuid"),
-                      quoted(uuid->second.value) + " is the identity in the sample configuration",
+                      in_quotes(uuid->second.value) +
+                          " is the identity in the sample configuration",
                       "write the identity that the REST server has for this access point");
     }
 }

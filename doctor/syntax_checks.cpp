@@ -46,7 +46,7 @@ void explain_unknown_key(const std::string& key, const place& where, report& fin
         findings.warn("comment_not_in_column_one"_code, where,
                       "has no effect: the # is not in column one, so this is not a comment but the "
                       "unknown key " +
-                          quoted(key),
+                          in_quotes(key),
                       "move the # to column one");
     } else if (contains(keys_set_by_daemon, key)) {
         findings.warn("key_set_by_daemon"_code, where,
@@ -55,7 +55,7 @@ void explain_unknown_key(const std::string& key, const place& where, report& fin
     } else {
         const std::string meant(suggest_key(key));
         findings.warn("key_unknown"_code, where,
-                      "has no effect: the daemon does not know the key " + quoted(key),
+                      "has no effect: the daemon does not know the key " + in_quotes(key),
                       meant.empty()
                           ? "use one of the keys " + list_known_keys() + ", or delete the line"
                           : "write " + meant + " if that is what you meant");
@@ -70,11 +70,11 @@ void check_value_text(const std::string& line, const std::string& value, const p
         const bool after_space = line[hash - 1] == ' ' || line[hash - 1] == '\t';
         if (after_space) {
             findings.ok("value_before_comment"_code, where,
-                        "the value is " + quoted(value) +
+                        "the value is " + in_quotes(value) +
                             "; the # and the text after it are ignored");
         } else {
             findings.warn("value_cut_by_hash"_code, where,
-                          "the # ends the value, which is only " + quoted(value),
+                          "the # ends the value, which is only " + in_quotes(value),
                           "use a value without a #; put a space before a comment");
         }
     }
@@ -93,7 +93,7 @@ void explain_dropped_line(const std::string& line, std::size_t number, const set
     }
     if (line.find('=') == std::string::npos) {
         findings.warn("line_without_equals"_code, at_line(number, ""),
-                      "ignored: there is no \"=\" in " + quoted(content.substr(0, 40)),
+                      "ignored: there is no \"=\" in " + in_quotes(content.substr(0, 40)),
                       "write KEY=VALUE on one line: a value cannot continue on the next line, and "
                       "a comment begins with a # in column one");
         return;

@@ -20,7 +20,7 @@ std::string printable(std::string_view text) {
     return result;
 }
 
-std::string quoted(std::string_view text) {
+std::string in_quotes(std::string_view text) {
     return "\"" + printable(text) + "\"";
 }
 

@@ -12,7 +12,7 @@ namespace csi_doctor {
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// The same in double quotes.
-[[nodiscard]] std::string quoted(std::string_view text);
+[[nodiscard]] std::string in_quotes(std::string_view text);
 
 /// "1 warning", "2 warnings".
 [[nodiscard]] std::string counted(std::size_t number, const std::string& noun);

@@ -35,16 +35,16 @@ void check_uuid(const std::string& value, const place& where, report& findings) 
     const bool zeros = id.fault == identity_fault::leading_zeros;
     findings.add({zeros ? level::warn : level::fail,
                   zeros ? "zorvin_uuid_leading_zeros"_code : "zorvin_uuid_invalid"_code, where,
-                  quoted(value) + " " + describe(id.fault) + ": " + effect, identity_remedy});
+                  in_quotes(value) + " " + describe(id.fault) + ": " + effect, identity_remedy});
 }
 
 void check_server(const std::string& value, const place& where, report& findings) {
     const std::optional<finding> fault = check_host_name(value);
     if (fault) {
-        findings.add({fault->severity, fault->code, where, quoted(value) + " " + fault->what,
+        findings.add({fault->severity, fault->code, where, in_quotes(value) + " " + fault->what,
                       fault->remedy});
     } else {
-        findings.ok("server_ok"_code, where, "the REST server is " + quoted(value));
+        findings.ok("server_ok"_code, where, "the REST server is " + in_quotes(value));
     }
 }
 
@@ -55,12 +55,12 @@ void check_http_port(const std::string& value, const place& where, report& findi
         "write the REST server's TCP port, 1 to 65535, or delete the line to use 8090";
     if (port == 0 || port > max_port) {
         findings.fail("http_port_invalid"_code, where,
-                      quoted(value) + " is not a TCP port: the daemon silently uses port 80, "
-                                      "whatever its log says",
+                      in_quotes(value) + " is not a TCP port: the daemon silently uses port 80, "
+                                         "whatever its log says",
                       remedy);
     } else if (value.find_first_not_of("0123456789") != std::string::npos) {
         findings.warn("http_port_trailing_text"_code, where,
-                      quoted(value) + " is read as " + std::to_string(port), remedy);
+                      in_quotes(value) + " is read as " + std::to_string(port), remedy);
     } else {
         findings.ok("http_port_ok"_code, where, "TCP port " + std::to_string(port));
     }
@@ -72,7 +72,7 @@ void check_api(const std::string& value, const place& where, report& findings) {
         return;
     }
     findings.fail("api_unknown"_code, where,
-                  quoted(value) +
+                  in_quotes(value) +
                       " is not a version of the REST API: the daemon exits with \"API version "
                       "unsupported\"",
                   "write exactly v2 or v3, in lower case");
@@ -88,7 +88,7 @@ void check_fusion(const std::string& value, const place& where, report& findings
     } else {
         findings.warn(
             "fusion_not_yes"_code, where,
-            quoted(value) +
+            in_quotes(value) +
                 " does not offer the fusion daemon's engines to the server: only yes does",
             "write fusion=yes, or delete the line");
     }
@@ -97,15 +97,16 @@ void check_fusion(const std::string& value, const place& where, report& findings
 void check_csi_file(const std::string& value, const place& where, report& findings) {
     if (is_one_of(value, {"no", "off", "false", "0", "none", "yes", "on", "true", "1"})) {
         findings.warn("csi_file_switch"_code, where,
-                      "core services are asked to save CSI to a file named " + quoted(value),
+                      "core services are asked to save CSI to a file named " + in_quotes(value),
                       "write the path of the file, or delete the line if no CSI is to be saved");
     } else if (value.front() != '/') {
         findings.warn("csi_file_relative"_code, where,
-                      quoted(value) + " is relative to the working directory of each core service",
+                      in_quotes(value) +
+                          " is relative to the working directory of each core service",
                       "write an absolute path: csi_file=/...");
     } else {
         findings.ok("csi_file_ok"_code, where,
-                    "core services are asked to save CSI to " + quoted(value));
+                    "core services are asked to save CSI to " + in_quotes(value));
     }
 }
 
@@ -123,8 +124,9 @@ void check_log(const std::string& value, const place& where, report& findings) {
         findings.ok("log_to_stdout"_code, where, "the log goes to standard output");
     } else {
         findings.warn("log_other_value"_code, where,
-                      quoted(value) + " sends the log to standard output: it goes to a file only "
-                                      "with log=true, or without a \"log\" line",
+                      in_quotes(value) +
+                          " sends the log to standard output: it goes to a file only "
+                          "with log=true, or without a \"log\" line",
                       value.find('/') == std::string::npos
                           ? remedy
                           : "delete the line, and write the directory into log_path");
@@ -134,8 +136,9 @@ void check_log(const std::string& value, const place& where, report& findings) {
 void check_log_path(const std::string& value, const place& where, report& findings) {
     if (value.front() != '/') {
         findings.warn("log_path_relative"_code, where,
-                      quoted(value) + " is relative to the daemon's working directory, which is / "
-                                      "with -D",
+                      in_quotes(value) +
+                          " is relative to the daemon's working directory, which is / "
+                          "with -D",
                       "write an absolute path: log_path=/...");
     }
     const std::string directory = value.substr(0, value.find_last_not_of('/') + 1);

@@ -1,4 +1,4 @@
-// The small functions, and the derivation of keys.
+// The small functions.
 #include <cstdlib>
 #include <ctime>
 
@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "platform/key_derivation.h"
 #include "platform/utilities.h"
 #include "support/fixtures.h"
 
@@ -50,13 +49,6 @@ TEST(utilities, run_command_joins_lines_and_trims) {
     const stopwatch watch;
     EXPECT_EQ(run_command("yes | head -n 700000").size(), 700000U);
     EXPECT_LT(watch.elapsed(), std::chrono::seconds(10)) << "not in proportion to the output";
-}
-
-TEST(utilities, derived_keys) {
-    // The passphrase is fixed, so the key of a network name is, too; computed by another program.
-    EXPECT_EQ(derive_psk("csi-lab"),
-              "75b9a9cf24d4ed37605f0cc01bdfe67b70a7eb98695a0b13e0b7bdd377c72296");
-    EXPECT_NE(derive_psk(std::string("a\0b", 3)), derive_psk("a"));
 }
 
 TEST(utilities, default_time_zone) {
