@@ -140,7 +140,12 @@ TEST(daemon_arguments, a_refused_timer_is_reported_and_the_exit_status_is_0) {
 
 TEST_F(native_daemon, arguments_configuration_errors_and_exit_statuses) {
     constexpr auto no_signals = &refuse_call<SYS_signalfd4>;
-    constexpr auto no_fork = &refuse_call<SYS_clone>;
+    constexpr auto no_fork = [] {
+        refuse_call<SYS_clone>();
+#ifdef SYS_fork // some C libraries use it
+        refuse_call<SYS_fork>();
+#endif
+    };
     constexpr auto no_session = &refuse_call<SYS_setsid>;
     const std::string set_routing =
         "Set \"routing=botID1:ifname1:hwaddr1,botID2:ifname2:hwaddr2\" in ";
