@@ -2,11 +2,15 @@
 # CSI_RECEIVER_STATIC_ROOT is the folder with the target's headers and libraries, and
 # CSI_RECEIVER_STATIC_ARCH names the target: see scripts/build-static, which fills the folder.
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES CSI_RECEIVER_STATIC_ARCH CSI_RECEIVER_STATIC_ROOT)
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES CSI_RECEIVER_STATIC_ARCH CSI_RECEIVER_STATIC_ROOT
+    CSI_RECEIVER_STATIC_LTO)
 set(CMAKE_SYSROOT ${CSI_RECEIVER_STATIC_ROOT})
 
 set(flags "-Oz -ffunction-sections -fdata-sections -fno-asynchronous-unwind-tables")
-string(APPEND flags " -fstack-protector-strong -flto")
+string(APPEND flags " -fstack-protector-strong")
+if(CSI_RECEIVER_STATIC_LTO)
+    string(APPEND flags " -flto")
+endif()
 if(CSI_RECEIVER_STATIC_ARCH STREQUAL armv7)
     set(CMAKE_SYSTEM_PROCESSOR armv7l)
     set(triple arm-linux-musleabihf)
@@ -44,7 +48,7 @@ set(CMAKE_ASM_COMPILER clang)
 set(CMAKE_AR llvm-ar CACHE STRING "")
 set(CMAKE_RANLIB llvm-ranlib CACHE STRING "")
 
-set(link_flags -fuse-ld=lld -static-pie -rtlib=libgcc -unwindlib=none -flto
+set(link_flags -fuse-ld=lld -static-pie -rtlib=libgcc -unwindlib=none
     -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--icf=safe
     -Wl,--hash-style=gnu -Wl,--build-id=none)
 list(JOIN link_flags " " CMAKE_EXE_LINKER_FLAGS_INIT)

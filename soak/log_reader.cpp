@@ -107,6 +107,7 @@ void log_reader::read_lines() {
     std::array<char, 65536> buffer{};
     do {
         file_.clear();
+        file_.seekg(0, std::ios::cur); // else some C++ libraries remember where the file ended
         file_.read(buffer.data(), buffer.size());
         partial_line_.append(buffer.data(), static_cast<std::size_t>(file_.gcount()));
         counts_.bytes += static_cast<std::size_t>(file_.gcount());

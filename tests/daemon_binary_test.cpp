@@ -49,6 +49,13 @@ void refuse_timers() {
     setrlimit(RLIMIT_SIGPENDING, &none);
 }
 
+void refuse_new_processes() {
+    refuse_call<SYS_clone>();
+#ifdef SYS_fork // some C libraries use it
+    refuse_call<SYS_fork>();
+#endif
+}
+
 /// Runs the daemon in a new folder for each case in the file. The second word names its
 /// configuration, which exists if there are keys. What it prints and logs are patterns.
 void run_cases(const std::string& file) {
@@ -56,7 +63,7 @@ void run_cases(const std::string& file) {
         {"", nullptr},
         {"timers", refuse_timers},
         {"signals", refuse_call<SYS_signalfd4>},
-        {"processes", refuse_call<SYS_clone>},
+        {"processes", refuse_new_processes},
         {"sessions", refuse_call<SYS_setsid>}};
     for_each_case(file, [&](const json::value& one) {
         const temporary_directory directory;

@@ -1,4 +1,7 @@
 // The programs beside the daemon as people and scripts meet them: options, exit status, output.
+#include <cerrno>
+#include <cstring>
+
 #include <gtest/gtest.h>
 
 #include "daemon/configuration.h"
@@ -96,5 +99,6 @@ TEST_F(programs, the_lab_does_what_is_typed_until_it_is_told_to_end) {
     peers::journal journal;
     const peers::core_service in_its_place(journal, "127.0.0.1");
     EXPECT_EQ(run(CSI_LAB_COMMAND, {"--http-port", "0"}), 1);
-    EXPECT_EQ(directory.read("output"), "csi_lab: 127.0.0.1 port 14310: Address already in use\n");
+    EXPECT_EQ(directory.read("output"),
+              std::string("csi_lab: 127.0.0.1 port 14310: ") + std::strerror(EADDRINUSE) + "\n");
 }
