@@ -72,6 +72,7 @@ std::string exchange(std::istringstream& lines, const std::string& request) {
 } // namespace
 
 /// Only the daemon's request goes through here. It is answered before the daemon begins to wait.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the system's are reserved
 extern "C" ssize_t send(int fd, const void* bytes, std::size_t length, int flags) {
     const ssize_t count = syscall(SYS_sendto, fd, bytes, length, flags, nullptr, 0);
     std::vector<char> request(length + 1);

@@ -96,7 +96,8 @@ TEST(poll_set, reports_one_event_per_condition) {
     EXPECT_EQ(wait_for_bits(odd, 1000), bits{}) << "POLLNVAL is not an event";
     rlimit files{};
     getrlimit(RLIMIT_NOFILE, &files);
-    odd.records.resize(files.rlim_cur + 1, {-1, 0, 0}); // more than the system takes
+    const auto too_many = static_cast<std::size_t>(files.rlim_cur) + 1; // for the system
+    odd.records.resize(too_many, {-1, 0, 0});
     EXPECT_EQ(wait_for_bits(odd, 0), bits{POLLERR});
     EXPECT_EQ(poll_set_wait(odd, 0).front().fd, -1);
 }
