@@ -56,6 +56,10 @@ bool means(const std::string& who, const std::string& name) {
            (is_core && (who == "core" || who == "core:" + name.substr(prefix.size())));
 }
 
+bool plays_core(const installation_options& options, unsigned zorvin) {
+    return plays(options, "core") && plays(options, "core:" + core_address(options, zorvin));
+}
+
 } // namespace
 
 std::vector<routed_bot> bots_of(const installation_options& options) {
@@ -114,17 +118,19 @@ void check_bot(const installation_options& options, const std::string& uuid) {
     if (found) {
         return;
     }
-    throw std::runtime_error(
-        "no such Bot: " + uuid +
-        (bots.empty() ? "; the lab has none"
-                      : "; the Bots are " + bots.front().uuid + " to " + bots.back().uuid));
+    std::string known = "none";
+    if (!bots.empty()) {
+        known = bots.front().uuid + (bots.size() == 1 ? "" : " to " + bots.back().uuid);
+    }
+    throw std::runtime_error("no such Bot: " + uuid + "; the lab has " + known);
 }
 
 bool has_peer(const installation_options& options, const std::string& who) {
     bool result = (plays(options, "server") && means(who, "server")) ||
                   (plays(options, "fusion") && means(who, "fusion"));
-    for (unsigned zorvin = 0; zorvin < options.zorvins && plays(options, "core"); ++zorvin) {
-        result = result || means(who, core_name(core_address(options, zorvin)));
+    for (unsigned zorvin = 0; zorvin < options.zorvins; ++zorvin) {
+        result = result || (plays_core(options, zorvin) &&
+                            means(who, core_name(core_address(options, zorvin))));
     }
     return result;
 }
@@ -134,9 +140,11 @@ installation::installation(journal& record, installation_options options)
     if (plays(options_, "server")) {
         server_ = std::make_unique<rest_server>(record, server_options(options_));
     }
-    for (unsigned zorvin = 0; zorvin < options_.zorvins && plays(options_, "core"); ++zorvin) {
-        cores_.push_back(std::make_unique<core_service>(record, core_address(options_, zorvin),
-                                                        core_options(options_, zorvin)));
+    for (unsigned zorvin = 0; zorvin < options_.zorvins; ++zorvin) {
+        if (plays_core(options_, zorvin)) {
+            cores_.push_back(std::make_unique<core_service>(record, core_address(options_, zorvin),
+                                                            core_options(options_, zorvin)));
+        }
     }
     if (plays(options_, "fusion")) {
         fusion_ = std::make_unique<fusion_daemon>(record, options_.seed + options_.zorvins);
@@ -171,6 +179,9 @@ void installation::for_each_datagram_peer(const action& act) {
     }
     if (fusion_) {
         act(fusion_->peer());
+    }
+    for (const auto& peer : adopted_) {
+        act(*peer);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "peers/core_service.h"
@@ -28,7 +29,7 @@ struct installation_options {
     std::vector<std::string> absent;    // ids of Bots that are never heard
     std::vector<std::string> silent;    // peers that do not answer
     std::vector<std::string> wrong;     // PEER=KIND: peers with wrong answers
-    std::set<std::string> without;      // "server", "core", "fusion": not played
+    std::set<std::string> without;      // not played: "server", "fusion", "core", "core:ADDRESS"
     unsigned first_core = 1;            // core services begin at this 127.0.0.*
     double loss = 0;                    // share of the requests that UDP peers lose
     std::chrono::milliseconds delay{0}; // before all peers' answers
@@ -76,6 +77,8 @@ public:
     [[nodiscard]] bool has_server() const { return server_ != nullptr; }
     [[nodiscard]] std::size_t core_count() const { return cores_.size(); }
     [[nodiscard]] core_service& core(std::size_t index) { return *cores_.at(index); }
+    /// From now on the faults of all UDP peers are those of this peer, too.
+    void adopt(std::unique_ptr<datagram_peer> peer) { adopted_.push_back(std::move(peer)); }
     /// nullptr without a fusion daemon.
     [[nodiscard]] fusion_daemon* fusion() { return fusion_.get(); }
     /// Like the function above, with the port that the server really uses.
@@ -103,6 +106,7 @@ private:
     std::unique_ptr<rest_server> server_;
     std::vector<std::unique_ptr<core_service>> cores_;
     std::unique_ptr<fusion_daemon> fusion_;
+    std::vector<std::unique_ptr<datagram_peer>> adopted_;
 };
 
 } // namespace peers

@@ -97,5 +97,31 @@ TEST_F(programs, the_lab_does_what_is_typed_until_it_is_told_to_end) {
     peers::journal journal;
     const peers::core_service in_its_place(journal, "127.0.0.1");
     EXPECT_EQ(run(CSI_LAB_COMMAND, {"--http-port", "0"}), 1);
-    EXPECT_EQ(directory.read("output"), "csi_lab: 127.0.0.1 port 14310: Address already in use\n");
+    const std::string said = directory.read("output");
+    EXPECT_EQ(said.rfind("csi_lab: 127.0.0.1 port 14310: Address already in use\ncsi_lab: end", 0),
+              0U)
+        << said;
+}
+
+TEST_F(programs, the_lab_runs_scripts_and_judges_what_passes) {
+    for_each_case("programs/lab_runs", [this](const json::value& one) {
+        const auto completed = [this](const json::value& written) {
+            return std::regex_replace(with_directory(wire_text(written), directory.path),
+                                      std::regex("DAEMON"), CSI_RECEIVER_BINARY);
+        };
+        std::string script;
+        for_each(one, "script",
+                 [&](const json::value& line) { script += wire_text(line) + "\n"; });
+        static_cast<void>(directory.write("script", script));
+        texts words;
+        for_each(one, "run", [&](const json::value& word) { words.push_back(completed(word)); });
+        EXPECT_EQ(run(CSI_LAB_COMMAND, words), one["status"].GetInt());
+        const std::string said = directory.read("output");
+        for_each(one, "says", [&](const json::value& text) {
+            EXPECT_NE(said.find(completed(text)), std::string::npos) << wire_text(text) << said;
+        });
+        for_each(one, "not", [&](const json::value& text) {
+            EXPECT_EQ(said.find(wire_text(text)), std::string::npos) << wire_text(text) << said;
+        });
+    });
 }
