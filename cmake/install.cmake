@@ -19,6 +19,7 @@ install(FILES README.md SECURITY.md CONTRIBUTING.md CHANGELOG.md
     DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
 install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
     FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY protocol DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
 install(FILES packaging/README.md packaging/csi_receiver.conf
     DESTINATION ${csi_receiver_doc_dir}/packaging COMPONENT daemon)
 install(FILES packaging/proxy/nginx.conf packaging/proxy/haproxy.cfg

@@ -1,0 +1,10 @@
+# Writes a C++ file with the texts of the schemas. Files of a folder, named without it.
+set(text "#include \"contract/schemas.h\"\n\nnamespace contract {\n\n")
+string(APPEND text "const std::vector<schema_file> schema_files = {\n")
+foreach(schema IN LISTS schemas)
+    get_filename_component(name ${schema} NAME)
+    file(READ ${schema} content)
+    string(APPEND text "    {\"${name}\", R\"schema(${content})schema\"},\n")
+endforeach()
+string(APPEND text "};\n\n} // namespace contract\n")
+file(WRITE ${output} "${text}")
