@@ -80,15 +80,23 @@ command_result set_wrong(const words& typed, const stage& on) {
     return say("done");
 }
 
-void check_delay(const words& typed, const options& /*lab*/) {
-    require(typed.size() == 2);
+void check_delay(const words& typed, const options& lab) {
+    require(typed.size() == 2 || typed.size() == 3);
+    if (typed.size() == 3) {
+        require_peer(lab, typed[2]);
+    }
     static_cast<void>(number_up_to(typed[1], 600'000, "the milliseconds"));
 }
 
 command_result set_delay(const words& typed, const stage& on) {
     const std::chrono::milliseconds whole(std::strtol(typed[1].c_str(), nullptr, 10));
+    const std::string time = std::to_string(whole.count());
+    if (typed.size() == 3) {
+        static_cast<void>(on.lab.set_delay(typed[2], whole));
+        return say(typed[2] + " now waits " + time + " ms before it answers");
+    }
     on.lab.set_delay(whole);
-    return say("all peers now wait " + std::to_string(whole.count()) + " ms before they answer");
+    return say("all peers now wait " + time + " ms before they answer");
 }
 
 void check_loss(const words& typed, const options& /*lab*/) {
@@ -160,7 +168,8 @@ constexpr std::array<row, 12> table{{
      set_silent},
     {"wrong", "wrong PEER KIND", "let the peer give wrong answers; KIND off ends it", check_wrong,
      set_wrong},
-    {"delay", "delay MS", "let all peers wait before they answer", check_delay, set_delay},
+    {"delay", "delay MS [PEER]", "let one peer, or all, wait before they answer", check_delay,
+     set_delay},
     {"loss", "loss SHARE", "lose this share of all UDP requests, 0 to 1", check_loss, set_loss},
     {"stop", "stop PEER", "close the peer's port", check_running, set_running},
     {"start", "start PEER", "open it again", check_running, set_running},

@@ -1,13 +1,19 @@
 // The program csi_lab: plays an installation until it is told to exit.
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
+#include <unistd.h>
 
+#include "lab/against.h"
 #include "lab/commands.h"
 #include "lab/console.h"
 #include "lab/input_error.h"
+#include "lab/judge.h"
+#include "lab/line_editor.h"
 #include "lab/options.h"
 #include "lab/printer.h"
 #include "lab/replay_player.h"
@@ -15,6 +21,7 @@
 #include "lab/session.h"
 #include "lab/status.h"
 #include "peers/installation.h"
+#include "peers/wrong_answers.h"
 
 namespace {
 
@@ -33,9 +40,30 @@ void greet(peers::installation& lab, csi_lab::printer& to) {
     }
 }
 
-void execute_typed(csi_lab::console& console, csi_lab::session& session,
-                   csi_lab::printer& printer) {
-    while (const auto line = console.next_line()) {
+/// The words that the line editor completes.
+std::vector<std::string> words_for(const peers::installation_options& lab) {
+    std::vector<std::string> result = csi_lab::command_words();
+    for (const peers::routed_bot& bot : peers::bots_of(lab)) {
+        result.push_back(bot.uuid);
+    }
+    for (const peers::wrong_answer_row& one : peers::wrong_answers()) {
+        result.emplace_back(one.name);
+    }
+    for (const char* const peer : {"server", "core", "fusion", "daemon", "on", "off"}) {
+        result.emplace_back(peer);
+    }
+    for (const char* const word : {"start", "stop", "rate", "scan", "bot_info", "poll_interval",
+                                   "disconnect", "version", "associate", "pair"}) {
+        result.push_back(std::string(R"({"cmd":")") + word + "\"");
+    }
+    std::sort(result.begin(), result.end());
+    result.erase(std::unique(result.begin(), result.end()), result.end());
+    return result;
+}
+
+template<class line_source>
+void execute_lines(line_source& source, csi_lab::session& session, csi_lab::printer& printer) {
+    while (const auto line = source.next_line()) {
         const csi_lab::command_result result = csi_lab::execute(*line, session.on());
         for (const std::string& shown : result.lines) {
             printer.say(shown);
@@ -46,10 +74,46 @@ void execute_typed(csi_lab::console& console, csi_lab::session& session,
     }
 }
 
-int play(const csi_lab::arguments& given) {
-    csi_lab::console console;
-    csi_lab::printer printer(csi_lab::wants_color(given), given.json);
-    csi_lab::session session(given, printer, {});
+void execute_typed(csi_lab::console& console, csi_lab::session& session,
+                   csi_lab::printer& printer) {
+    if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
+        execute_lines(console, session, printer);
+        return;
+    }
+    csi_lab::line_editor editor(console.signals(), words_for(session.lab().options()));
+    printer.redirect([&editor](const std::string& line) { editor.say(line); });
+    execute_lines(editor, session, printer);
+    printer.redirect({});
+}
+
+/// Judges what passes, and reports breaches as they come. Used under the journal's lock.
+class live_judge {
+public:
+    explicit live_judge(csi_lab::printer& to)
+        : to_(to) {}
+
+    void note(const csi_lab::entry& what) {
+        for (const csi_lab::finding& found : judge_.next(what)) {
+            for (const std::string& line : csi_lab::describe(found)) {
+                to_.say("BREACH  " + line);
+            }
+        }
+    }
+
+    [[nodiscard]] bool report() {
+        to_.say(judge_.summary());
+        return judge_.breaches() == 0;
+    }
+
+private:
+    csi_lab::printer& to_;
+    csi_lab::judge judge_;
+};
+
+/// False when something was not as a script expects.
+bool play_until_end(const csi_lab::arguments& given, csi_lab::console& console,
+                    csi_lab::printer& printer, const csi_lab::session::observer& watch) {
+    csi_lab::session session(given, printer, watch);
     if (given.script.empty()) {
         greet(session.lab(), printer);
     }
@@ -58,16 +122,35 @@ int play(const csi_lab::arguments& given) {
     }
     if (given.script.empty()) {
         execute_typed(console, session, printer);
-        return 0;
+        return true;
     }
     csi_lab::script_runner runner(session.on(), session.seen(), console, printer);
-    return runner.run(given.statements) ? 0 : exit_unexpected;
+    return runner.run(given.statements);
+}
+
+int play(const csi_lab::arguments& given) {
+    csi_lab::console console;
+    csi_lab::printer printer(csi_lab::wants_color(given), given.json);
+    live_judge judge(printer);
+    csi_lab::session::observer watch;
+    if (given.judge) {
+        watch = [&judge](const csi_lab::entry& what) { judge.note(what); };
+    }
+    const bool expected = play_until_end(given, console, printer, watch);
+    const bool judged = !given.judge || judge.report();
+    return expected && judged ? 0 : exit_unexpected;
 }
 
 int run(const csi_lab::arguments& given) {
     if (given.print_config) {
         std::cout << peers::configuration(given.lab) << std::flush;
         return std::cout ? 0 : exit_failure;
+    }
+    if (!given.judged.empty()) {
+        return csi_lab::judge_recording(given.judged);
+    }
+    if (!given.against.empty()) {
+        return csi_lab::test_peer(given);
     }
     if (!given.replayed.empty()) {
         return csi_lab::replay_recording(given);

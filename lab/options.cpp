@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "daemon/version.h"
+#include "lab/relay.h"
 
 namespace csi_lab {
 namespace {
@@ -174,6 +175,9 @@ void finish(arguments& given) {
     }
     if (given.json && given.quiet) {
         throw CLI::ValidationError("--json", "excludes --quiet");
+    }
+    if (!given.against.empty()) {
+        validate("--against", [&] { static_cast<void>(parse_target(given.against)); });
     }
     if (!given.script.empty()) {
         given.statements = read_script(given.script, given.lab, !given.daemon.empty());

@@ -48,13 +48,14 @@ milliseconds parse_seconds(const std::string& text) {
 
 statement parse_expect(std::size_t number, const std::string& text) {
     constexpr std::string_view within = " within ";
-    std::string wanted = trimmed(text.substr(std::string_view("expect").size()));
+    std::string wanted = text.substr(std::string_view("expect").size());
     milliseconds time = default_time;
     const std::size_t end = wanted.rfind(within);
     if (end != std::string::npos) {
         time = parse_seconds(trimmed(wanted.substr(end + within.size())));
-        wanted = trimmed(wanted.substr(0, end));
+        wanted.resize(end);
     }
+    wanted = trimmed(wanted);
     if (wanted.empty()) {
         throw std::runtime_error("usage: expect PATTERN [within SECONDS]");
     }

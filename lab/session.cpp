@@ -29,9 +29,11 @@ session::~session() {
     lab_.reset();
 }
 
-void session::run_daemon(const std::string& program) {
+void session::run_daemon(const std::string& program, std::uint16_t http_port) {
+    peers::installation_options real = lab_->options();
+    real.http_port = http_port;
     daemon_ = std::make_unique<daemon_runner>(
-        program, lab_->configuration(),
+        program, http_port == 0 ? lab_->configuration() : peers::configuration(real),
         [this](const std::string& line) { journal_.record("daemon", "log", line); });
     static_cast<void>(daemon_->start());
 }

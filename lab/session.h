@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -33,8 +34,10 @@ public:
     session(const session&) = delete;
     session& operator=(const session&) = delete;
 
-    /// Starts the program with the configuration that matches the peers.
-    void run_daemon(const std::string& program);
+    /// Starts the program with the configuration that matches the peers. A port other than 0 is
+    /// that of a server which is not played.
+    void run_daemon(const std::string& program, std::uint16_t http_port = 0);
+    void end_daemon() { daemon_.reset(); }
 
     /// Shows a line, and lets expectations see it.
     void say(const std::string& line);

@@ -57,7 +57,9 @@ bool means(const std::string& who, const std::string& name) {
 }
 
 bool plays_core(const installation_options& options, unsigned zorvin) {
-    return plays(options, "core") && plays(options, "core:" + core_address(options, zorvin));
+    const std::string address = core_address(options, zorvin);
+    return plays(options, "core") && plays(options, "core:" + address) &&
+           options.relayed.count(core_name(address)) == 0;
 }
 
 } // namespace
@@ -91,7 +93,8 @@ std::string configuration(const installation_options& options) {
 }
 
 bool plays(const installation_options& options, const std::string& kind) {
-    return options.without.count(kind) == 0 && (kind != "fusion" || options.fusion);
+    return options.without.count(kind) == 0 && options.relayed.count(kind) == 0 &&
+           (kind != "fusion" || options.fusion);
 }
 
 void check_wrong(const installation_options& options, const std::string& wrong) {
@@ -128,6 +131,9 @@ void check_bot(const installation_options& options, const std::string& uuid) {
 bool has_peer(const installation_options& options, const std::string& who) {
     bool result = (plays(options, "server") && means(who, "server")) ||
                   (plays(options, "fusion") && means(who, "fusion"));
+    for (const std::string& name : options.relayed) {
+        result = result || means(who, name);
+    }
     for (unsigned zorvin = 0; zorvin < options.zorvins; ++zorvin) {
         result = result || (plays_core(options, zorvin) &&
                             means(who, core_name(core_address(options, zorvin))));
@@ -227,6 +233,10 @@ void installation::set_delay(std::chrono::milliseconds delay) {
         server_->set_delay(delay);
     }
     for_each_datagram_peer([delay](datagram_peer& peer) { peer.set_delay(delay); });
+}
+
+bool installation::set_delay(const std::string& who, std::chrono::milliseconds delay) {
+    return for_each_named(who, [delay](auto& peer) { peer.set_delay(delay); });
 }
 
 void installation::set_loss(double share) {

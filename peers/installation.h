@@ -30,6 +30,7 @@ struct installation_options {
     std::vector<std::string> silent;    // peers that do not answer
     std::vector<std::string> wrong;     // PEER=KIND: peers with wrong answers
     std::set<std::string> without;      // not played: "server", "fusion", "core", "core:ADDRESS"
+    std::set<std::string> relayed;      // not played either, but adopted: names in the journal
     unsigned first_core = 1;            // core services begin at this 127.0.0.*
     double loss = 0;                    // share of the requests that UDP peers lose
     std::chrono::milliseconds delay{0}; // before all peers' answers
@@ -94,6 +95,7 @@ public:
 
     void set_present(const std::string& bot, bool present);
     void set_delay(std::chrono::milliseconds delay);
+    [[nodiscard]] bool set_delay(const std::string& who, std::chrono::milliseconds delay);
     void set_loss(double share);
 
 private:

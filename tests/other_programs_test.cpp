@@ -110,8 +110,7 @@ TEST_F(programs, the_lab_runs_scripts_and_judges_what_passes) {
                                       std::regex("DAEMON"), CSI_RECEIVER_BINARY);
         };
         std::string script;
-        for_each(one, "script",
-                 [&](const json::value& line) { script += wire_text(line) + "\n"; });
+        for_each(one, "script", [&](const json::value& line) { script += wire_text(line) + "\n"; });
         static_cast<void>(directory.write("script", script));
         texts words;
         for_each(one, "run", [&](const json::value& word) { words.push_back(completed(word)); });
