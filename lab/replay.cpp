@@ -94,7 +94,10 @@ replayed_answer replay_book::answer(const entry& request) {
         return {similar->answers, "recorded" + place(similar->request) + ": " +
                                       similar->request.text + "\n   now: " + request.text};
     }
-    return {{}, "not recorded: " + request.method + " " + request.path + " " + request.text};
+    return {{},
+            "not recorded: " +
+                (request.method.empty() ? "" : request.method + " " + request.path + " ") +
+                request.text};
 }
 
 recorded_exchange* replay_book::find(const std::string& key, bool used) {

@@ -10,6 +10,7 @@
 #include "client/fusion.h"
 #include "core/core_request.h"
 #include "lab/console.h"
+#include "lab/daemon_runner.h"
 #include "lab/input_error.h"
 #include "lab/printer.h"
 #include "lab/recording.h"
@@ -18,6 +19,7 @@
 #include "peers/core_service.h"
 #include "peers/datagram_peer.h"
 #include "peers/http_listener.h"
+#include "peers/installation.h"
 #include "peers/journal.h"
 
 namespace csi_lab {
@@ -42,6 +44,8 @@ public:
     [[nodiscard]] progress look() const;
     /// The number of differences, which are shown, those at the end included.
     [[nodiscard]] std::size_t report();
+    /// 0 without a server.
+    [[nodiscard]] std::uint16_t http_port() const { return server_ ? server_->port() : 0; }
 
 private:
     void open_peer(const std::string& name);
@@ -198,6 +202,25 @@ std::size_t replay_player::report() {
     return differences_;
 }
 
+/// Starts the daemon of --daemon, if there is one, with the configuration for the other options.
+std::unique_ptr<daemon_runner> start_daemon(const arguments& given, std::uint16_t port,
+                                            printer& to) {
+    if (given.daemon.empty()) {
+        return nullptr;
+    }
+    peers::installation_options lab = given.lab;
+    lab.http_port = port;
+    const bool quiet = given.quiet;
+    auto result = std::make_unique<daemon_runner>(given.daemon, peers::configuration(lab),
+                                                  [&to, quiet](const std::string& line) {
+                                                      if (!quiet) {
+                                                          to.say(line);
+                                                      }
+                                                  });
+    static_cast<void>(result->start());
+    return result;
+}
+
 } // namespace
 
 int replay_recording(const arguments& given) {
@@ -208,6 +231,7 @@ int replay_recording(const arguments& given) {
     console signals;
     printer to(wants_color(given), false);
     replay_player player(recording, to, given);
+    const auto daemon = start_daemon(given, player.http_port(), to);
     const double gap = replay_book(recording).longest_gap();
     const auto patience = std::chrono::seconds(10) + milliseconds(static_cast<long>(gap * 1000));
     const milliseconds grace(300); // for the last answer to arrive
