@@ -50,6 +50,12 @@ std::optional<std::string> console::next_line() {
     }
 }
 
+bool console::wait(const peers::waker& event, std::chrono::milliseconds time) {
+    std::array<pollfd, 2> polled{{{signals_.get(), POLLIN, 0}, {event.get(), POLLIN, 0}}};
+    poll(polled.data(), polled.size(), static_cast<int>(time.count()));
+    return polled[0].revents == 0;
+}
+
 std::optional<std::string> console::take_line() {
     const std::size_t end = buffer_.find('\n');
     if (end == std::string::npos && (input_open_ || buffer_.empty())) {

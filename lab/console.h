@@ -1,9 +1,11 @@
 /// Waits for standard input and for SIGINT and SIGTERM at once.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
+#include "peers/sockets.h"
 #include "platform/descriptor.h"
 
 namespace csi_lab {
@@ -18,6 +20,12 @@ public:
     /// Waits for the next line and returns it without its line end; nullopt when a signal arrived.
     /// After the end of standard input it waits for a signal only.
     [[nodiscard]] std::optional<std::string> next_line();
+
+    /// Waits until the event is awake, or the time is up. False when a signal arrived.
+    [[nodiscard]] bool wait(const peers::waker& event, std::chrono::milliseconds time);
+
+    /// Readable when a signal has arrived.
+    [[nodiscard]] int signals() const { return signals_.get(); }
 
 private:
     [[nodiscard]] std::optional<std::string> take_line();

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
 #include "platform/json.h"
 
@@ -65,6 +66,9 @@ std::string padded(std::string text, std::size_t width) {
 /// The escape sequence for the color of the peer that talks to the daemon.
 const char* color_of(const peers::message& what) {
     const std::string& peer = what.from == "daemon" ? what.to : what.from;
+    if (peer == "log") {
+        return "\x1b[90m";
+    }
     if (peer == "server") {
         return "\x1b[36m";
     }
@@ -77,6 +81,9 @@ const char* color_of(const peers::message& what) {
 } // namespace
 
 std::string label_of(const peers::message& what) {
+    if (what.to == "log") {
+        return "log";
+    }
     if (what.from == "lab") {
         return "remark";
     }
@@ -101,17 +108,34 @@ std::string format_line(const peers::message& what, bool color) {
            padded(label_of(what), label_width) + (color ? "\x1b[0m" : "") + "  " + escaped(text);
 }
 
-printer::printer(bool color)
-    : color_(color) {}
+printer::printer(bool color, bool json)
+    : color_(color)
+    , json_(json) {}
 
 void printer::show(const peers::message& what) {
     say(format_line(what, color_));
 }
 
-void printer::say(const std::string& line) {
+void printer::show_json(const std::string& line) {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::fputs((line + "\n").c_str(), stdout);
     std::fflush(stdout);
+}
+
+void printer::say(const std::string& line) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (sink_) {
+        sink_(line);
+        return;
+    }
+    std::FILE* const stream = json_ ? stderr : stdout;
+    std::fputs((line + "\n").c_str(), stream);
+    std::fflush(stream);
+}
+
+void printer::redirect(sink to) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    sink_ = std::move(to);
 }
 
 } // namespace csi_lab

@@ -58,15 +58,18 @@ std::string heading(const std::string& name, const peer& of) {
     if (!of.running()) {
         return name + " [stopped]: ";
     }
-    return name + (of.faults().silent ? " [silent]: " : ": ");
+    const bool wrong = of.faults().wrong != peers::wrong_answer::none;
+    return name + (of.faults().silent ? " [silent]" : "") + (wrong ? " [wrong]: " : ": ");
 }
 
 } // namespace
 
 std::vector<std::string> describe_addresses(peers::installation& lab) {
-    std::vector<std::string> result{
-        "server: http://127.0.0.1:" + std::to_string(lab.server().port()) + ", API " +
-        lab.options().api};
+    std::vector<std::string> result;
+    if (lab.has_server()) {
+        result.push_back("server: http://127.0.0.1:" + std::to_string(lab.server().port()) +
+                         ", API " + lab.options().api);
+    }
     for (std::size_t index = 0; index < lab.core_count(); ++index) {
         result.push_back(lab.core(index).peer().name() + ": UDP port " +
                          std::to_string(csi_receiver::core_service_port));
@@ -79,7 +82,10 @@ std::vector<std::string> describe_addresses(peers::installation& lab) {
 }
 
 std::vector<std::string> describe_state(peers::installation& lab) {
-    std::vector<std::string> result{heading("server", lab.server()) + describe(lab.server())};
+    std::vector<std::string> result;
+    if (lab.has_server()) {
+        result.push_back(heading("server", lab.server()) + describe(lab.server()));
+    }
     for (std::size_t index = 0; index < lab.core_count(); ++index) {
         peers::core_service& core = lab.core(index);
         result.push_back(heading(core.peer().name(), core.peer()) + describe(core));

@@ -13,6 +13,7 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::size_t largest_datagram = 65507;
+constexpr std::chrono::milliseconds no_delay(0);
 
 } // namespace
 
@@ -85,19 +86,34 @@ void datagram_peer::handle(const std::string& request, const sockaddr_in& from) 
     const datagram_faults present = faults();
     journal_.record("daemon", self_.name, request);
     if (present.silent) {
+        record_timeout();
         return;
     }
     if (is_lost(present.loss)) {
         journal_.record("lab", self_.name, "the request above was lost");
+        record_timeout();
         return;
     }
-    const auto due = steady_clock::now() + present.delay;
+    const bool late = present.wrong == wrong_answer::late;
+    const auto due = steady_clock::now() + present.delay + (late ? self_.late : no_delay);
     const int copies = present.duplicate ? 2 : 1;
-    for (const std::string& text : replies_to(request)) {
+    const std::vector<std::string> replies = replies_to(request);
+    for (const std::string& text : replies) {
         for (int copy = 0; copy < copies; ++copy) {
-            pending_.emplace(due, pending_reply{from, text});
+            pending_.emplace(due, pending_reply{from, spoil(present.wrong, request, text)});
         }
     }
+    if (replies.empty()) {
+        record_timeout();
+    }
+}
+
+void datagram_peer::record_timeout() {
+    message what{};
+    what.from = self_.name;
+    what.to = "daemon";
+    what.event = "timeout";
+    journal_.record(std::move(what));
 }
 
 std::vector<std::string> datagram_peer::replies_to(const std::string& request) const {

@@ -17,6 +17,7 @@
 
 #include "peers/journal.h"
 #include "peers/sockets.h"
+#include "peers/wrong_answers.h"
 
 namespace peers {
 
@@ -26,6 +27,7 @@ struct datagram_faults {
     double loss = 0;                    // share of the requests that never reach the peer, 0 to 1
     std::chrono::milliseconds delay{0}; // before each reply; later requests do not wait for it
     bool duplicate = false;             // each reply is sent twice
+    wrong_answer wrong = wrong_answer::none;
 };
 
 /// Answers the datagrams that arrive at one address and port, on a thread of its own.
@@ -37,7 +39,8 @@ public:
         std::string name; // in the journal
         std::string address;
         std::uint16_t port;
-        std::uint32_t seed; // decides which requests are lost
+        std::uint32_t seed;                   // decides which requests are lost
+        std::chrono::milliseconds late{2500}; // a late answer: later than the daemon waits
     };
     /// Returns the reply to a request.
     using handler = std::function<std::string(const std::string& request)>;
@@ -61,6 +64,7 @@ public:
     void set_loss(double share) { set(&datagram_faults::loss, share); }
     void set_delay(std::chrono::milliseconds delay) { set(&datagram_faults::delay, delay); }
     void set_duplicate(bool duplicate) { set(&datagram_faults::duplicate, duplicate); }
+    void set_wrong(wrong_answer kind) { set(&datagram_faults::wrong, kind); }
     [[nodiscard]] datagram_faults faults() const;
 
     /// An empty function leaves all requests to the handler again.
@@ -81,6 +85,7 @@ private:
     }
     void run();
     void receive();
+    void record_timeout();
     void handle(const std::string& request, const sockaddr_in& from);
     [[nodiscard]] std::vector<std::string> replies_to(const std::string& request) const;
     [[nodiscard]] bool is_lost(double share);

@@ -8,7 +8,9 @@ namespace peers {
 
 fusion_daemon::fusion_daemon(journal& record, std::uint32_t seed)
     : engines_({"cpd", "softSecurity"})
-    , peer_(record, {"fusion", csi_receiver::fusion_address, csi_receiver::fusion_port, seed},
+    , peer_(record,
+            {"fusion", csi_receiver::fusion_address, csi_receiver::fusion_port, seed,
+             std::chrono::milliseconds(5500)},
             [this](const std::string& request) { return answer(request); }) {}
 
 std::string fusion_daemon::answer(const std::string& request) {

@@ -1,37 +1,20 @@
-/// The mechanics of an HTTP server: persistent connections, requests in, responses out.
+/// The mechanics of an HTTP/1.1 server: persistent connections, requests in, responses out.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <optional>
-#include <string>
-#include <utility>
+#include <thread>
 #include <vector>
+
+#include "peers/http_message.h"
+#include "peers/sockets.h"
 
 namespace peers {
 
 class connection;
-
-struct http_request {
-    std::chrono::steady_clock::time_point when;
-    std::string method;
-    std::string path; // as in the request line
-    std::vector<std::pair<std::string, std::string>> headers;
-    std::string body;
-    std::uint16_t remote_port; // distinguishes connections
-
-    /// The value of the header, whose name may be in any case; empty when it is missing.
-    [[nodiscard]] std::string header(const std::string& name) const;
-};
-
-struct http_response {
-    int status = 200;
-    std::string body;
-    bool cut = false; // only half of the body is sent, then the connection is closed
-};
 
 /// Listens from construction to destruction. Destruction breaks all connections at once but waits
 /// for running handlers, which its owner must make return.
@@ -48,11 +31,19 @@ public:
     http_listener(const http_listener&) = delete;
     http_listener& operator=(const http_listener&) = delete;
 
-    [[nodiscard]] std::uint16_t port() const;
+    [[nodiscard]] std::uint16_t port() const { return port_; }
 
 private:
-    class impl;
-    std::unique_ptr<impl> impl_;
+    void run();
+    void accept_and_serve();
+    [[nodiscard]] bool serve_request(connection& client) const;
+
+    waker stop_; // woken once: every wait on it ends from then on
+    const handler respond_;
+    const descriptor socket_;
+    const std::uint16_t port_;
+    std::mutex accept_mutex_; // held by the one idle thread that waits for the next connection
+    std::vector<std::thread> threads_;
 };
 
 } // namespace peers

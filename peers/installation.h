@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "peers/core_service.h"
@@ -26,6 +28,10 @@ struct installation_options {
     bool fusion = false;
     std::vector<std::string> absent;    // ids of Bots that are never heard
     std::vector<std::string> silent;    // peers that do not answer
+    std::vector<std::string> wrong;     // PEER=KIND: peers with wrong answers
+    std::set<std::string> without;      // not played: "server", "fusion", "core", "core:ADDRESS"
+    std::set<std::string> relayed;      // not played either, but adopted: names in the journal
+    unsigned first_core = 1;            // core services begin at this 127.0.0.*
     double loss = 0;                    // share of the requests that UDP peers lose
     std::chrono::milliseconds delay{0}; // before all peers' answers
     bool duplicate = false;             // UDP peers answer twice
@@ -47,6 +53,15 @@ struct routed_bot {
 /// The daemon's configuration file for such an installation, with the log on standard output.
 [[nodiscard]] std::string configuration(const installation_options& options);
 
+/// Whether the installation plays this kind of peer: "server", "core" or "fusion".
+[[nodiscard]] bool plays(const installation_options& options, const std::string& kind);
+
+/// Throws std::runtime_error that says what is wrong with PEER=KIND, if anything is.
+void check_wrong(const installation_options& options, const std::string& wrong);
+
+/// Throws std::runtime_error that names the Bots if this is none of them.
+void check_bot(const installation_options& options, const std::string& uuid);
+
 /// Whether `who` names at least one peer of such an installation.
 [[nodiscard]] bool has_peer(const installation_options& options, const std::string& who);
 
@@ -58,9 +73,13 @@ public:
     installation(journal& record, installation_options options);
 
     [[nodiscard]] const installation_options& options() const { return options_; }
-    [[nodiscard]] rest_server& server() { return server_; }
+    /// There must be one.
+    [[nodiscard]] rest_server& server() { return *server_; }
+    [[nodiscard]] bool has_server() const { return server_ != nullptr; }
     [[nodiscard]] std::size_t core_count() const { return cores_.size(); }
     [[nodiscard]] core_service& core(std::size_t index) { return *cores_.at(index); }
+    /// From now on the faults of all UDP peers are those of this peer, too.
+    void adopt(std::unique_ptr<datagram_peer> peer) { adopted_.push_back(std::move(peer)); }
     /// nullptr without a fusion daemon.
     [[nodiscard]] fusion_daemon* fusion() { return fusion_.get(); }
     /// Like the function above, with the port that the server really uses.
@@ -71,8 +90,12 @@ public:
     [[nodiscard]] bool stop(const std::string& who);
     [[nodiscard]] bool start(const std::string& who);
 
+    /// Throws std::runtime_error that says what is wrong with the peer or the kind.
+    void set_wrong(const std::string& who, const std::string& kind);
+
     void set_present(const std::string& bot, bool present);
     void set_delay(std::chrono::milliseconds delay);
+    [[nodiscard]] bool set_delay(const std::string& who, std::chrono::milliseconds delay);
     void set_loss(double share);
 
 private:
@@ -82,9 +105,10 @@ private:
     [[nodiscard]] bool for_each_named(const std::string& who, const action& act);
 
     const installation_options options_;
-    rest_server server_;
+    std::unique_ptr<rest_server> server_;
     std::vector<std::unique_ptr<core_service>> cores_;
     std::unique_ptr<fusion_daemon> fusion_;
+    std::vector<std::unique_ptr<datagram_peer>> adopted_;
 };
 
 } // namespace peers

@@ -17,15 +17,25 @@ journal::journal(std::size_t limit)
     : limit_(std::max<std::size_t>(limit, 1)) {}
 
 void journal::record(std::string from, std::string to, std::string text) {
+    message what{};
+    what.from = std::move(from);
+    what.to = std::move(to);
+    what.text = std::move(text);
+    record(std::move(what));
+}
+
+void journal::record(message what) {
+    what.when = std::chrono::system_clock::now();
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (messages_.size() >= limit_) {
-            // A tenth at a time: moving the others then costs little per message.
-            const auto oldest = static_cast<std::ptrdiff_t>(limit_ / 10 + 1);
-            messages_.erase(messages_.begin(), std::next(messages_.begin(), oldest));
+        if (traffic_observer_) {
+            traffic_observer_(what);
         }
-        messages_.push_back(
-            {std::chrono::system_clock::now(), std::move(from), std::move(to), std::move(text)});
+        // An empty datagram counts, an empty HTTP body does not.
+        if (what.text.empty() && (!what.method.empty() || !what.event.empty())) {
+            return;
+        }
+        keep(std::move(what));
         if (observer_) {
             observer_(messages_.back());
         }
@@ -33,9 +43,23 @@ void journal::record(std::string from, std::string to, std::string text) {
     recorded_.notify_all();
 }
 
+void journal::keep(message&& what) {
+    if (messages_.size() >= limit_) {
+        // A tenth at a time: moving the others then costs little per message.
+        const auto oldest = static_cast<std::ptrdiff_t>(limit_ / 10 + 1);
+        messages_.erase(messages_.begin(), std::next(messages_.begin(), oldest));
+    }
+    messages_.push_back(std::move(what));
+}
+
 void journal::on_message(std::function<void(const message&)> observer) {
     const std::lock_guard<std::mutex> lock(mutex_);
     observer_ = std::move(observer);
+}
+
+void journal::on_traffic(std::function<void(const message&)> observer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    traffic_observer_ = std::move(observer);
 }
 
 std::vector<message> journal::messages() const {

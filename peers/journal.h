@@ -19,6 +19,10 @@ struct message {
     std::string from;
     std::string to;
     std::string text;
+    std::string method{}; // of the HTTP request that this is, or that this answers
+    std::string path{};   // of the same request
+    int status = 0;       // of an HTTP response
+    std::string event{};  // "timeout" instead of an answer, "cut" for one that broke off
 };
 
 /// Any thread may call any function. Predicates and the observer run under the journal's lock, in
@@ -31,9 +35,14 @@ public:
     explicit journal(std::size_t limit = 100'000);
 
     void record(std::string from, std::string to, std::string text);
+    /// Sets the time. Only observers of all traffic get HTTP messages without a body, of which
+    /// there are many, and events.
+    void record(message what);
 
     /// The observer gets every message from now on, on the thread of the peer that recorded it.
     void on_message(std::function<void(const message&)> observer);
+    /// This observer gets HTTP messages without a body and events, too, and gets them first.
+    void on_traffic(std::function<void(const message&)> observer);
 
     [[nodiscard]] std::vector<message> messages() const;
     [[nodiscard]] std::size_t size() const;
@@ -50,11 +59,14 @@ public:
     void clear();
 
 private:
+    void keep(message&& what);
+
     const std::size_t limit_;
-    mutable std::mutex mutex_; // guards messages_ and observer_
+    mutable std::mutex mutex_; // guards the messages and the observers
     mutable std::condition_variable recorded_;
     std::vector<message> messages_;
     std::function<void(const message&)> observer_;
+    std::function<void(const message&)> traffic_observer_;
 };
 
 } // namespace peers

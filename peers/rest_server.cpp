@@ -8,6 +8,10 @@
 namespace peers {
 namespace {
 
+constexpr std::chrono::milliseconds no_delay(0);
+/// The daemon waits 5 s for the answer to a poll.
+constexpr std::chrono::milliseconds late(6000);
+
 /// Whether the path is that of a Zorvin's messages: /API/zorvins/UUID/msg.
 bool is_message_url(const std::string& path, const std::string& api) {
     const std::string prefix = "/" + api + "/zorvins/";
@@ -23,6 +27,23 @@ bool is_message_url(const std::string& path, const std::string& api) {
 bool is_attach(const std::string& body) {
     const json::document parsed = json::parse(body);
     return parsed.IsObject() && json::find_string(parsed, "request") == "zorvinAttach";
+}
+
+/// Whether the path is that of a request that was redirected; it is the original one then.
+bool strip_redirection(std::string& path) {
+    const std::size_t end = path.find(redirected);
+    if (end == std::string::npos) {
+        return false;
+    }
+    path.resize(end);
+    return true;
+}
+
+/// There must be a body to cut.
+void cut(http_response& response) {
+    if (response.body.empty()) {
+        response.body = R"({"cmd":"there must be a body to cut"})";
+    }
 }
 
 std::string zorvin_of(const std::string& body) {
@@ -84,6 +105,11 @@ std::size_t rest_server::queued() const {
     return commands_.size();
 }
 
+bool rest_server::all_answered() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return commands_.empty() && answered_;
+}
+
 void rest_server::set_attach_answer(std::string answer) {
     const std::lock_guard<std::mutex> lock(mutex_);
     attach_answer_ = std::move(answer);
@@ -100,12 +126,30 @@ bool rest_server::wait_for(const predicate& holds, std::chrono::milliseconds tim
 }
 
 std::optional<http_response> rest_server::respond(http_request request, const connection& client) {
+    const std::string redirected_path = request.path;
+    const bool was_redirected = strip_redirection(request.path);
     const route where = route_of(request);
-    record(std::move(request), where);
+    message answer{};
+    answer.from = "server";
+    answer.to = "daemon";
+    answer.method = request.method;
+    answer.path = redirected_path;
+    record(std::move(request), redirected_path, where);
     if (!wait_out_faults(client)) {
+        answer.event = "timeout";
+        journal_.record(std::move(answer));
         return std::nullopt;
     }
-    return make_response(where);
+    http_response response = make_response(where, was_redirected, redirected_path);
+    answer.status = response.status;
+    answer.text = response.body;
+    if (response.cut) {
+        answer.event = "cut";
+        cut(response);
+    }
+    // Recorded before it is sent: whoever has the response finds it in the journal.
+    journal_.record(std::move(answer));
+    return response;
 }
 
 rest_server::route rest_server::route_of(const http_request& request) const {
@@ -121,13 +165,19 @@ rest_server::route rest_server::route_of(const http_request& request) const {
     return is_v2_attach ? route::attach : route::none;
 }
 
-void rest_server::record(http_request request, route where) {
-    if (!request.body.empty()) {
-        journal_.record("daemon", "server", request.body);
-    }
+void rest_server::record(http_request request, const std::string& path, route where) {
+    message what{};
+    what.from = "daemon";
+    what.to = "server";
+    what.text = request.body;
+    what.method = request.method;
+    what.path = path;
+    journal_.record(std::move(what));
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         ++(request.method == "POST" ? posts_ : gets_);
+        const bool is_unsolicited = !request.body.empty() && request.body.back() == '\n';
+        answered_ = answered_ || !is_unsolicited;
         if (where == route::attach) {
             ++attaches_;
             attached_zorvin_ = zorvin_of(request.body);
@@ -153,39 +203,42 @@ bool rest_server::wait_out_faults(const connection& client) {
             return false;
         }
     }
-    if (faults_.delay.count() > 0) {
+    const auto delay = faults_.delay + (faults_.wrong == wrong_answer::late ? late : no_delay);
+    if (delay.count() > 0) {
         waited = true;
-        changed_.wait_for(lock, faults_.delay, [this] { return stopping_; });
+        changed_.wait_for(lock, delay, [this] { return stopping_; });
     }
     return !stopping_ && !(waited && client.closed_by_client());
 }
 
-http_response rest_server::make_response(route where) {
+http_response rest_server::make_response(route where, bool was_redirected,
+                                         const std::string& path) {
     const rest_server_faults present = faults();
+    const wrong_answer wrong = was_redirected && present.wrong == wrong_answer::redirect
+                                   ? wrong_answer::none
+                                   : present.wrong;
     http_response result;
     result.status = present.status.value_or(where == route::none ? 404 : 200);
-    result.body = take_body(where);
-    result.cut = present.cut;
-    if (present.cut && result.body.empty()) {
-        result.body = R"({"cmd":"there must be a body to cut"})";
+    // An answer that replaces the server's own leaves the command in the queue.
+    if (wrong != wrong_answer::page && wrong != wrong_answer::redirect) {
+        result.body = take_body(where);
     }
+    if (wrong != wrong_answer::body || where == route::poll) {
+        spoil(wrong, path, result);
+    }
+    result.cut = present.cut;
     return result;
 }
 
 std::string rest_server::take_body(route where) {
     std::string result;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (where == route::attach) {
-            result = attach_answer_;
-        } else if (where == route::poll && !commands_.empty()) {
-            result = std::move(commands_.front());
-            commands_.pop_front();
-        }
-    }
-    if (!result.empty()) {
-        // Recorded before it is sent: whoever has the response finds it in the journal.
-        journal_.record("server", "daemon", result);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (where == route::attach) {
+        result = attach_answer_;
+    } else if (where == route::poll && !commands_.empty()) {
+        result = std::move(commands_.front());
+        commands_.pop_front();
+        answered_ = false;
     }
     return result;
 }

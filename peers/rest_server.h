@@ -16,6 +16,7 @@
 
 #include "peers/http_listener.h"
 #include "peers/journal.h"
+#include "peers/wrong_answers.h"
 
 namespace peers {
 
@@ -32,6 +33,7 @@ struct rest_server_faults {
     std::chrono::milliseconds delay{0}; // before each response
     bool cut = false;                   // the connection breaks in the middle of the body
     std::optional<int> status;          // of every response
+    wrong_answer wrong = wrong_answer::none;
 };
 
 /// Listens on 127.0.0.1. May be called from any thread. The queue, the counters and the faults
@@ -56,6 +58,8 @@ public:
     /// Queues a command, any text: each poll takes one.
     void queue(std::string command);
     [[nodiscard]] std::size_t queued() const;
+    /// Whether all queued commands were fetched, and the latest was answered or has no reply.
+    [[nodiscard]] bool all_answered() const;
     void set_attach_answer(std::string answer);
 
     [[nodiscard]] std::vector<http_request> requests() const;
@@ -74,6 +78,7 @@ public:
     void set_delay(std::chrono::milliseconds delay) { set(&rest_server_faults::delay, delay); }
     void set_cut(bool cut) { set(&rest_server_faults::cut, cut); }
     void set_status(std::optional<int> status) { set(&rest_server_faults::status, status); }
+    void set_wrong(wrong_answer kind) { set(&rest_server_faults::wrong, kind); }
     [[nodiscard]] rest_server_faults faults() const { return locked(faults_); }
 
 private:
@@ -95,9 +100,9 @@ private:
     }
     std::optional<http_response> respond(http_request request, const connection& client);
     [[nodiscard]] route route_of(const http_request& request) const;
-    void record(http_request request, route where);
+    void record(http_request request, const std::string& path, route where);
     [[nodiscard]] bool wait_out_faults(const connection& client);
-    http_response make_response(route where);
+    http_response make_response(route where, bool was_redirected, const std::string& path);
     std::string take_body(route where);
 
     journal& journal_;
@@ -112,6 +117,7 @@ private:
     rest_server_faults faults_;
     std::string attach_answer_ = R"({"cmd":"associate"})";
     std::deque<std::string> commands_;
+    bool answered_ = true; // the command that was fetched last
     std::deque<http_request> requests_;
     std::size_t gets_ = 0;
     std::size_t posts_ = 0;

@@ -66,10 +66,12 @@ waker::waker()
 }
 
 void waker::wake() {
+    awake_ = true;
     eventfd_write(event_.get(), 1);
 }
 
 void waker::reset() {
+    awake_ = false;
     eventfd_t count = 0;
     eventfd_read(event_.get(), &count);
 }

@@ -1,6 +1,7 @@
 /// Sockets for the peers, and waits for them that another thread can end.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -20,10 +21,12 @@ public:
 
     void wake();
     void reset();
+    [[nodiscard]] bool is_awake() const { return awake_; }
     [[nodiscard]] int get() const { return event_.get(); }
 
 private:
     descriptor event_;
+    std::atomic<bool> awake_{false};
 };
 
 /// A UDP socket bound to the address. Throws std::runtime_error with the address, the port and the

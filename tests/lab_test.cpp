@@ -7,6 +7,7 @@
 
 #include "core/core_request.h"
 #include "lab/printer.h"
+#include "lab/recording.h"
 #include "peers/core_service.h"
 #include "platform/udp_client.h"
 #include "support/vectors.h"
@@ -63,4 +64,26 @@ TEST(lab_printer, escapes_control_characters) {
     const std::string colored = csi_lab::format_line(message, true);
     EXPECT_NE(colored.find("  \x1b[32mdaemon "), std::string::npos) << colored;
     EXPECT_NE(colored.find("request    \x1b[0m  a"), std::string::npos) << colored;
+}
+
+TEST(lab_recording, a_line_comes_back_as_it_was) {
+    for_each_case("programs/recording_lines", [](const json::value& one) {
+        const std::string line = wire_text(one["line"]);
+        if (json::find(one, "wrong") == nullptr) {
+            const csi_lab::entry read = csi_lab::parse_entry(line);
+            EXPECT_EQ(csi_lab::format_entry(read), line);
+            std::size_t index = 0;
+            for_each(one, "bytes", [&](const json::value& byte) {
+                EXPECT_EQ(static_cast<unsigned char>(read.text.at(index++)), byte.GetUint());
+            });
+            return;
+        }
+        std::string wrong;
+        try {
+            static_cast<void>(csi_lab::parse_entry(line));
+        } catch (const std::runtime_error& failure) {
+            wrong = failure.what();
+        }
+        EXPECT_NE(wrong.find(wire_text(one["wrong"])), std::string::npos) << wrong;
+    });
 }

@@ -99,6 +99,30 @@ TEST_F(programs, the_lab_does_what_is_typed_until_it_is_told_to_end) {
     peers::journal journal;
     const peers::core_service in_its_place(journal, "127.0.0.1");
     EXPECT_EQ(run(CSI_LAB_COMMAND, {"--http-port", "0"}), 1);
-    EXPECT_EQ(directory.read("output"),
-              std::string("csi_lab: 127.0.0.1 port 14310: ") + std::strerror(EADDRINUSE) + "\n");
+    EXPECT_EQ(directory.read("output")
+                  .rfind(std::string("csi_lab: 127.0.0.1 port 14310: ") +
+                             std::strerror(EADDRINUSE) + "\ncsi_lab: end",
+                         0),
+              0U);
+}
+
+TEST_F(programs, the_lab_runs_scripts_and_judges_what_passes) {
+    const auto run_case = [this](const json::value& one) {
+        std::string script;
+        for_each(one, "script", [&](const json::value& line) { script += wire_text(line) + "\n"; });
+        static_cast<void>(directory.write("script", script));
+        texts words;
+        for_each(one, "run", [&](const json::value& word) {
+            words.push_back(word == "DAEMON" ? CSI_RECEIVER_BINARY : wire_text(word));
+        });
+        EXPECT_EQ(run(CSI_LAB_COMMAND, words), one["status"].GetInt());
+        const std::string said = directory.read("output");
+        for_each(one, "says", [&](const json::value& text) {
+            EXPECT_NE(said.find(wire_text(text)), std::string::npos) << wire_text(text) << said;
+        });
+        for_each(one, "not", [&](const json::value& text) {
+            EXPECT_EQ(said.find(wire_text(text)), std::string::npos) << wire_text(text) << said;
+        });
+    };
+    for_each_case("programs/lab_runs", run_case, directory.path);
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints every message in docs/protocol.md, tests/vectors/ and scripts/demo as a JSON array.
+"""Prints every message in docs/protocol.md, tests/vectors/ and scripts/demo.script as a JSON array.
 
 Each has the names of its two peers, its text, the message that it answers, and the kind that it must
 be classified as."""
@@ -185,8 +185,9 @@ def collect():
         result.scenario(read(path))
     result.where = "docs/protocol.md"
     result.document((ROOT / "docs" / "protocol.md").read_text())
-    result.where = "scripts/demo"
-    for line in re.findall(r"'(\{.*?\})'", (ROOT / "scripts" / "demo").read_text()):
+    result.where = "scripts/demo.script"
+    demo = (ROOT / "scripts" / "demo.script").read_text()
+    for line in re.findall(r"^(?:expect )?(\{.*\})(?: within .*)?$", demo, re.M):
         result.add_by_content(line)
     return result.messages
 
