@@ -192,6 +192,7 @@ std::vector<breach> explain_all(const std::string& pointer, const json::value& m
         }
     }
     std::vector<breach> result;
+    result.reserve(by_path.size());
     for (auto& [path, one] : by_path) {
         result.push_back(std::move(one));
     }

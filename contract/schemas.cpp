@@ -58,7 +58,7 @@ const json::value* step(const json::value& from, std::string_view name) {
                                                  : nullptr;
 }
 
-place follow_references(place at) {
+place follow_references(const place& at) {
     const auto reference = at.exists() && at.schema->IsObject()
                                ? json::find_string(*at.schema, reference_name)
                                : std::nullopt;
