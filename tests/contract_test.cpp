@@ -33,6 +33,18 @@ std::map<std::string, texts> listed_breaches() {
 
 } // namespace
 
+TEST(contract, messages_are_told_apart) {
+    for_each_case("programs/contract_kinds", [](const json::value& one) {
+        const auto text = [&one](const char* name) {
+            return std::string(json::find_string(one, name).value_or(""));
+        };
+        EXPECT_EQ(name_of(contract::classify({text("from"), text("to"), text("text"),
+                                              text("request"), text("method"), text("path")})),
+                  text("kind"));
+    });
+    EXPECT_EQ(breaches({}, "anything"), texts());
+}
+
 TEST(contract, each_breach_is_named) {
     for (const auto& [message, lines] : listed_breaches()) {
         const std::size_t blank = message.find(' ');
