@@ -1,5 +1,6 @@
 // The scripts of "csi_lab --against": two Zorvins, Bots 101 and 103 at the first, 102 at the
 // second.
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -81,9 +82,11 @@ std::string walk_for(std::string_view peer, unsigned seconds) {
     }
     const std::string half = std::to_string(seconds / 2.0);
     return std::string("say --- The daemon starts\nexpect / attach +\\{/ within 30s\n"
-                       "expect Connected to REST server within 8s\n") +
-           "say --- The server is watched\nexpect / status +\\{/ within 60s\nwait " + half +
-           "\nsay --- A Bot goes\nabsent 102\nwait " + half + "\n" + interfaces_end;
+                       "expect Connected to REST server within ") +
+           std::to_string(std::min(seconds, 8U)) +
+           "s\n"
+           "say --- The server is watched\nexpect / status +\\{/ within 60s\nwait " +
+           half + "\nsay --- A Bot goes\nabsent 102\nwait " + half + "\n" + interfaces_end;
 }
 
 } // namespace csi_lab

@@ -46,6 +46,16 @@ inline std::string wire_text(const json::value& written) {
     return written.IsString() ? std::string(json::text_of(written)) : json::write(written);
 }
 
+/// The names of the cases in the file.
+inline std::vector<std::string> vector_cases(const std::string& file) {
+    std::vector<std::string> names;
+    const json::document cases = read_vector(file);
+    for (const auto& one : cases.GetObject()) {
+        names.push_back(wire_text(one.name));
+    }
+    return names;
+}
+
 /// An object stands for its only member: the name, a blank and the value.
 inline std::string named_text(const json::value& written) {
     if (!written.IsObject()) {
