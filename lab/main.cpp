@@ -1,8 +1,10 @@
 // The program csi_lab: plays an installation until it is told to exit.
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -13,7 +15,6 @@
 #include "lab/console.h"
 #include "lab/input_error.h"
 #include "lab/judge.h"
-#include "lab/line_editor.h"
 #include "lab/options.h"
 #include "lab/printer.h"
 #include "lab/replay_player.h"
@@ -22,6 +23,9 @@
 #include "lab/status.h"
 #include "peers/installation.h"
 #include "peers/wrong_answers.h"
+#ifdef CSI_LAB_LINE_EDITING
+#include "lab/line_editor.h"
+#endif
 
 namespace {
 
@@ -41,7 +45,7 @@ void greet(peers::installation& lab, csi_lab::printer& to) {
 }
 
 /// The words that the line editor completes.
-std::vector<std::string> words_for(const peers::installation_options& lab) {
+[[maybe_unused]] std::vector<std::string> words_for(const peers::installation_options& lab) {
     std::vector<std::string> result = csi_lab::command_words();
     for (const peers::routed_bot& bot : peers::bots_of(lab)) {
         result.push_back(bot.uuid);
@@ -76,14 +80,16 @@ void execute_lines(line_source& source, csi_lab::session& session, csi_lab::prin
 
 void execute_typed(csi_lab::console& console, csi_lab::session& session,
                    csi_lab::printer& printer) {
-    if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
-        execute_lines(console, session, printer);
+#ifdef CSI_LAB_LINE_EDITING
+    if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
+        csi_lab::line_editor editor(console.signals(), words_for(session.lab().options()));
+        printer.redirect([&editor](const std::string& line) { editor.say(line); });
+        execute_lines(editor, session, printer);
+        printer.redirect({});
         return;
     }
-    csi_lab::line_editor editor(console.signals(), words_for(session.lab().options()));
-    printer.redirect([&editor](const std::string& line) { editor.say(line); });
-    execute_lines(editor, session, printer);
-    printer.redirect({});
+#endif
+    execute_lines(console, session, printer);
 }
 
 /// Judges what passes, and reports breaches as they come. Used under the journal's lock.
@@ -160,7 +166,7 @@ int run(const csi_lab::arguments& given) {
 
 /// What people can do about the failure, as another line; empty if nothing is known.
 std::string advice(const std::string& failure) {
-    if (failure.find("Address already in use") == std::string::npos) {
+    if (failure.find(std::generic_category().message(EADDRINUSE)) == std::string::npos) {
         return "";
     }
     const bool is_udp = failure.find(" port 1431") != std::string::npos;
