@@ -35,6 +35,8 @@ public:
 
 private:
     pairing pairing_;
+    bool server_spoke_ = false; // a recording may begin with a reply
+    std::string latest_reply_;  // it comes twice if the connection breaks
     std::size_t messages_ = 0;
     std::size_t breaches_ = 0;
     std::size_t fatal_ = 0;
