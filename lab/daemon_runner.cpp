@@ -11,11 +11,9 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace csi_lab {
 namespace {
@@ -35,43 +33,60 @@ std::string write_temporary_file(const std::string& text) {
     return path;
 }
 
-/// How to start the program: with its output to the descriptor, no blocked signal, and in a process
-/// group of its own, so that Ctrl-C reaches the lab alone.
-class spawn_settings {
-public:
-    explicit spawn_settings(int output) {
-        posix_spawn_file_actions_init(&actions_);
-        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions_, output, STDERR_FILENO);
-        posix_spawnattr_init(&attributes_);
-        sigset_t none{};
-        sigemptyset(&none);
-        posix_spawnattr_setsigmask(&attributes_, &none);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+/// What the child process does before it becomes the program. Allocates no memory: another thread
+/// may have held the allocator's lock during the fork. Writes errno to `failed_exec`.
+[[noreturn]] void execute(char* const* argv, int output, int failed_exec, pid_t parent) {
+    setpgid(0, 0); // Ctrl-C reaches the lab alone
+    sigset_t none{};
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    dup2(output, STDOUT_FILENO);
+    dup2(output, STDERR_FILENO);
+    // The daemon must not outlive the lab. The signal comes when the thread that forked ends.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() == parent) {
+        execvp(argv[0], argv);
     }
-    ~spawn_settings() {
-        posix_spawnattr_destroy(&attributes_);
-        posix_spawn_file_actions_destroy(&actions_);
-    }
-    spawn_settings(const spawn_settings&) = delete;
-    spawn_settings& operator=(const spawn_settings&) = delete;
+    const int error = errno;
+    _exit(write(failed_exec, &error, sizeof error) == sizeof error ? 127 : 126);
+}
 
-    pid_t spawn(std::string program, std::string argument) const {
-        std::array<char*, 3> argv{program.data(), argument.data(), nullptr};
-        pid_t pid = 0;
-        const int error =
-            posix_spawnp(&pid, program.c_str(), &actions_, &attributes_, argv.data(), environ);
-        if (error != 0) {
-            throw std::runtime_error(program + ": " + std::generic_category().message(error));
-        }
-        return pid;
-    }
-
-private:
-    posix_spawn_file_actions_t actions_{};
-    posix_spawnattr_t attributes_{};
+struct pipe_ends {
+    descriptor output;
+    descriptor input;
 };
+
+pipe_ends make_pipe() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe: " + std::generic_category().message(errno));
+    }
+    return {descriptor(ends[0]), descriptor(ends[1])};
+}
+
+/// Starts the program with its output to the descriptor. Throws std::runtime_error when it cannot
+/// be executed.
+pid_t spawn(std::string program, std::string argument, int output) {
+    std::array<char*, 3> argv{program.data(), argument.data(), nullptr};
+    pipe_ends failed_exec = make_pipe();
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        execute(argv.data(), output, failed_exec.input.get(), parent);
+    }
+    int error = errno;
+    failed_exec.input.reset();
+    if (pid < 0) {
+        throw std::runtime_error("fork: " + std::generic_category().message(error));
+    }
+    // It ends with exec, which closes it.
+    if (read(failed_exec.output.get(), &error, sizeof error) == sizeof error) {
+        waitpid(pid, nullptr, 0);
+        throw std::runtime_error(program + ": " + std::generic_category().message(error));
+    }
+    return pid;
+}
 
 std::string describe_end(int status) {
     return WIFEXITED(status) ? "ended with status " + std::to_string(WEXITSTATUS(status))
@@ -113,14 +128,10 @@ bool daemon_runner::start() {
         return false;
     }
     static_cast<void>(clean_up());
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe: " + std::generic_category().message(errno));
-    }
-    output_ = descriptor(ends[0]);
-    const descriptor input(ends[1]);
+    pipe_ends output = make_pipe();
     configuration_path_ = write_temporary_file(configuration_);
-    pid_ = spawn_settings(input.get()).spawn(program_, configuration_path_);
+    pid_ = spawn(program_, configuration_path_, output.input.get());
+    output_ = std::move(output.output);
     reader_ = std::thread([this] { read_output(); });
     return true;
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <exception>
+#include <utility>
 
 #include <unistd.h>
 
@@ -145,6 +146,24 @@ void check_faults(const arguments& given) {
     }
 }
 
+/// Throws CLI::ValidationError for an option that the walk through the protocol decides itself.
+void check_against(const arguments& given) {
+    if (given.against.empty()) {
+        return;
+    }
+    validate("--against", [&] { static_cast<void>(parse_target(given.against)); });
+    for (const auto& [name, is_given] : {std::pair{"--script", !given.script.empty()},
+                                         {"--without", !given.lab.without.empty()},
+                                         {"--print-config", given.print_config},
+                                         {"--judge", given.judge},
+                                         {"judge", !given.judged.empty()},
+                                         {"replay", !given.replayed.empty()}}) {
+        if (is_given) {
+            throw CLI::ValidationError("--against", std::string("excludes ") + name);
+        }
+    }
+}
+
 void check_without(const arguments& given) {
     peers::installation_options all = given.lab;
     all.without.clear();
@@ -176,9 +195,7 @@ void finish(arguments& given) {
     if (given.json && given.quiet) {
         throw CLI::ValidationError("--json", "excludes --quiet");
     }
-    if (!given.against.empty()) {
-        validate("--against", [&] { static_cast<void>(parse_target(given.against)); });
-    }
+    check_against(given);
     if (!given.script.empty()) {
         given.statements = read_script(given.script, given.lab, !given.daemon.empty());
     }

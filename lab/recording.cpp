@@ -123,12 +123,11 @@ entry parse_entry(const std::string& line) {
 }
 
 std::vector<entry> read_recording(std::istream& from) {
-    constexpr std::size_t max_shown = 20;
     std::vector<entry> result;
     std::string wrong;
     std::size_t wrong_count = 0;
     std::size_t number = 0;
-    for (std::string line; std::getline(from, line);) {
+    for (std::string line; read_line(from, line);) {
         ++number;
         if (line.find_first_not_of(" \t\r") == std::string::npos) {
             continue;
@@ -137,7 +136,7 @@ std::vector<entry> read_recording(std::istream& from) {
             result.push_back(parse_entry(line));
             result.back().line = number;
         } catch (const std::runtime_error& failure) {
-            if (++wrong_count <= max_shown) {
+            if (++wrong_count <= max_wrong_lines) {
                 wrong += "\nline " + std::to_string(number) + ": " + failure.what();
             }
         }

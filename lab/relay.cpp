@@ -69,11 +69,17 @@ void parse_address(const std::string& where, target& to) {
 }
 
 void parse_url(const std::string& where, target& to) {
-    const bool has_scheme = where.rfind("http://", 0) == 0 || where.rfind("https://", 0) == 0;
-    to.url = has_scheme ? where : "http://" + where;
-    if (where.empty() || where.find_first_of(" \t") != std::string::npos) {
-        throw std::runtime_error("\"" + where + "\" is not a URL");
+    const std::size_t scheme_end = where.find("://");
+    const bool has_scheme = scheme_end != std::string::npos;
+    const std::string scheme = has_scheme ? where.substr(0, scheme_end) : "http";
+    const std::string rest = has_scheme ? where.substr(scheme_end + 3) : where;
+    const bool is_url = (scheme == "http" || scheme == "https") &&
+                        rest.find_first_not_of('/') != std::string::npos &&
+                        rest.find_first_of(" \t") == std::string::npos;
+    if (!is_url) {
+        throw std::runtime_error("\"" + where + "\" is not a URL such as http://192.0.2.7:8090");
     }
+    to.url = scheme + "://" + rest;
     while (to.url.back() == '/') {
         to.url.pop_back();
     }

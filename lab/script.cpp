@@ -89,8 +89,9 @@ std::vector<statement> read_script(std::istream& from, const peers::installation
                                    bool has_daemon) {
     std::vector<statement> result;
     std::string wrong;
+    std::size_t wrong_count = 0;
     std::size_t number = 0;
-    for (std::string line; std::getline(from, line);) {
+    for (std::string line; read_line(from, line);) {
         ++number;
         const std::string text = trimmed(line);
         if (text.empty() || text.front() == '#') {
@@ -99,8 +100,10 @@ std::vector<statement> read_script(std::istream& from, const peers::installation
         try {
             result.push_back(parse_statement(number, text, lab, has_daemon));
         } catch (const std::runtime_error& failure) {
-            wrong += (wrong.empty() ? "line " : "\nline ") + std::to_string(number) + ": " +
-                     failure.what();
+            if (++wrong_count <= max_wrong_lines) {
+                wrong += (wrong.empty() ? "line " : "\nline ") + std::to_string(number) + ": " +
+                         failure.what();
+            }
         }
     }
     if (!wrong.empty()) {
