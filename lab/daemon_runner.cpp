@@ -67,8 +67,9 @@ pipe_ends make_pipe() {
 
 /// Starts the program with its output to the descriptor. Throws std::runtime_error when it cannot
 /// be executed.
-pid_t spawn(std::string program, std::string argument, int output) {
-    std::array<char*, 3> argv{program.data(), argument.data(), nullptr};
+pid_t spawn(const std::string& program, const std::string& argument, int output) {
+    std::array<std::string, 2> words{program, argument};
+    std::array<char*, 3> argv{words[0].data(), words[1].data(), nullptr};
     pipe_ends failed_exec = make_pipe();
     const pid_t parent = getpid();
     const pid_t pid = fork();

@@ -157,7 +157,7 @@ std::string format_response(const http_response& what, bool keep_alive) {
         result += "Content-Length: " + std::to_string(what.body.size()) + "\r\n";
     }
     result += keep_alive ? "\r\n" : "Connection: close\r\n\r\n";
-    return result + what.body.substr(0, what.cut ? what.body.size() / 2 : std::string::npos);
+    return result + (what.cut ? what.body.substr(0, what.body.size() / 2) : what.body);
 }
 
 } // namespace peers
