@@ -14,9 +14,9 @@ namespace csi_lab {
 namespace {
 
 /// The members that tell messages of one kind apart, in the order in which the label has them.
-constexpr std::array<std::string_view, 16> telling{
-    "bot",   "bots",    "uuid",  "engineType", "ifname", "rate",  "interval", "zorvin",
-    "state", "version", "found", "bot_info",   "iftype", "wiphy", "reason",   "success"};
+constexpr std::array<std::string_view, 15> telling{
+    "bot",     "bots",  "uuid",     "engineType", "ifname", "rate",   "interval", "zorvin",
+    "version", "found", "bot_info", "iftype",     "state",  "reason", "success"};
 
 /// Identifiers of a list, or its length.
 std::string describe_list(const json::value& list) {
@@ -38,9 +38,12 @@ std::string describe_list(const json::value& list) {
 }
 
 std::string describe_member(std::string_view name, const json::value& member) {
-    constexpr std::size_t max_text = 60;
+    constexpr std::size_t max_text = 32;
     if (name == "success") {
         return member.IsTrue() ? "ok" : "failed";
+    }
+    if (member.IsArray() && (name == "found" || name == "bot_info")) {
+        return std::to_string(member.Size()) + (member.Size() == 1 ? " Bot" : " Bots");
     }
     if (member.IsArray()) {
         return describe_list(member);
@@ -50,7 +53,8 @@ std::string describe_member(std::string_view name, const json::value& member) {
     }
     const std::string text =
         member.IsString() ? std::string(json::text_of(member)) : json::write(member);
-    return (name == "rate" || name == "interval" ? std::string(name) + " " : "") +
+    const bool is_named = name == "interval" || name == "rate" || name == "version";
+    return (is_named ? std::string(name) + " " : "") +
            (text.size() > max_text ? text.substr(0, max_text) + " ..." : text);
 }
 
@@ -102,6 +106,7 @@ std::string label_of_entry(const entry& what, const std::optional<entry>& reques
     for (const std::string_view name : telling) {
         const json::value* const member = parsed.IsObject() ? json::find(parsed, name) : nullptr;
         if (member != nullptr) {
+            result = result == name ? "" : result; // "rate 25", not "rate rate 25"
             result += (result.empty() ? "" : " ") + describe_member(name, *member);
         }
     }

@@ -25,7 +25,7 @@ class Chart {
         this.list.addEventListener('scroll', () => this.scrolled());
         this.list.addEventListener('click', event => this.clicked(event));
         by_id('newest').addEventListener('click', () => this.follow());
-        new ResizeObserver(() => this.draw_lanes()).observe(this.list);
+        new ResizeObserver(() => requestAnimationFrame(() => this.draw_lanes())).observe(this.list);
     }
 
     show(conversation) {

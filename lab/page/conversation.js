@@ -58,7 +58,7 @@ class Conversation {
         this.open = new Map();     // requests without an answer, by peer
         this.lost = new Map();     // the latest request that timed out, by peer
         this.answered = new Map(); // the latest request that was answered, by peer
-        this.hidden = new Set();   // peers
+        this.hidden = new Set(['log']); // peers, and kinds of notes
         this.words = [];
         this.bot = '';
         this.fold = true;
@@ -82,7 +82,7 @@ class Conversation {
 
     note_row(item) {
         return {note: item.note, time: item.time, text: item.text, label: item.text, peer: item.note,
-                bots: new Set(), fails: false};
+                bots: new Set(), breaches: [], fails: false};
     }
 
     message_row(item) {
@@ -229,9 +229,10 @@ function pretty(text) {
             end(stack.length);
             stack.push({key: token === '[' ? 0 : '', array: token === '['});
         } else if (token === '}' || token === ']') {
+            const empty = line === '' && (inner.key === '' || inner.key === 0);
             end(stack.length);
             stack.pop();
-            line = token;
+            line = (empty ? lines.pop().text.trimStart() : '') + token;
         } else if (token === ',') {
             line += token;
             end(stack.length);

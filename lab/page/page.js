@@ -200,23 +200,21 @@ async function follow_feed() {
 
 // The installation now
 
-const scan = {sought: new Set(), found: new Set(), since: 0, report: ''};
+const scan = {since: 0, latest: -Infinity, found: new Set()};
 
-/// A scan sounds all Bots quietly and asks for the active ones; a status message or a report ends it.
+/// A scan asks all core services for the active Bots, at once and then every second.
 function note_scan(items) {
+    const pause = 2.5; // seconds: longer than between two requests, even if one is repeated
     for (const {line} of items) {
         const message = line && parse(line.text);
-        if (message?.cmd === 'sounding' && message.rate > 0 && line.from === 'daemon') {
-            if (scan.sought.size === 0) {
+        if (line?.to === 'core' && message?.cmd === 'active_bots') {
+            if (line.time - scan.latest > pause) {
                 scan.since = line.time;
                 scan.found.clear();
             }
-            scan.sought.add(message.uuid);
+            scan.latest = line.time;
         } else if (line?.from === 'core' && Array.isArray(message?.bots)) {
-            bots_in(message).forEach(bot => scan.sought.has(bot) && scan.found.add(bot));
-        } else if (line?.to === 'server' && (Array.isArray(message?.found) || (message?.bot_info && !message.type))) {
-            scan.report = `found ${(message.found ?? message.bot_info).length} Bots at ${seconds(line.time)} s`;
-            scan.sought.clear();
+            message.bots.filter(bot => bot?.count > 0).forEach(bot => scan.found.add(bot.uuid));
         }
     }
 }
@@ -257,12 +255,13 @@ function trouble_of(peer) {
 }
 
 function scan_of() {
-    const {sought, found} = scan;
-    const running = sought.size > 0 && found.size < sought.size;
+    const all = state.cores.reduce((sum, core) => sum + core.bots.length, 0);
+    const newest = live.rows[live.rows.length - 1]?.time ?? 0;
+    const running = newest - scan.latest < 2 && scan.found.size < all;
+    const count = `${scan.found.size} of ${all} Bots found`;
     return [make('h2', {}, 'Scan'),
-            running ? make('p', {}, `${found.size} of ${sought.size} Bots heard since ${seconds(scan.since)} s `,
-                           make('progress', {max: sought.size, value: found.size})) : '',
-            make('p', {}, scan.report === '' ? 'No scan has ended yet.' : 'The latest ' + scan.report)];
+            running ? make('p', {}, make('progress', {max: all, value: scan.found.size}), ` ${count} in ${(newest - scan.since).toFixed(0)} s`)
+                    : make('p', {}, scan.latest < 0 ? 'There was none yet.' : `The latest began at ${seconds(scan.since)} s: ${count}`)];
 }
 
 function others_of() {
@@ -423,7 +422,7 @@ function set_filter() {
 }
 
 function on_key(event) {
-    const typing = event.target.matches('input:not([type=checkbox]), select, textarea');
+    const typing = event.target.matches('input:not([type=checkbox]):not([type=file]), select, textarea');
     if (typing && event.key === 'Escape') {
         by_id('list').focus();
         event.preventDefault();
@@ -448,6 +447,10 @@ function connect_bar() {
     by_id('search').addEventListener('input', event => { chart.found = event.target.value.toLowerCase(); chart.redraw(); });
     by_id('search').addEventListener('keydown', event => event.key === 'Enter' && find_next(event.shiftKey ? -1 : 1));
     by_id('fold').addEventListener('change', event => { chart.conversation.fold = event.target.checked; chart.refilter(); });
+    by_id('log').addEventListener('change', event => {
+        chart.conversation.hidden[event.target.checked ? 'delete' : 'add']('log');
+        chart.refilter();
+    });
     by_id('pause').addEventListener('click', () => set_paused(held === null));
     by_id('failure').addEventListener('click', () => find_failure(1));
     by_id('export').addEventListener('click', export_chosen);
