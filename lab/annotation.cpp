@@ -105,7 +105,8 @@ std::string label_of_entry(const entry& what, const std::optional<entry>& reques
     }
     for (const std::string_view name : telling) {
         const json::value* const member = parsed.IsObject() ? json::find(parsed, name) : nullptr;
-        if (member != nullptr) {
+        const bool is_long = name == "version" && result.rfind("attach", 0) == 0;
+        if (member != nullptr && !is_long) {
             result = result == name ? "" : result; // "rate 25", not "rate rate 25"
             result += (result.empty() ? "" : " ") + describe_member(name, *member);
         }

@@ -31,34 +31,32 @@ std::string execute_line(const std::string& line, session& of) {
     return "{}"; // what it changed comes with the feed
 }
 
+std::string read_feed(page_feed& feed, std::uint64_t from, session& of) {
+    const page_feed::batch batch = feed.read(from, longest_read);
+    return "{\"run\":\"" + feed.run() + "\",\"next\":" + std::to_string(batch.next) +
+           ",\"items\":" + batch.items +
+           ",\"state\":" + describe_peers(of.on(), feed.silent_for()) + "}";
+}
+
 } // namespace
 
 live_page::live_page(page_address at)
     : at_(std::move(at))
     , feed_(kept_items) {}
 
-live_page::~live_page() {
-    close();
+live_page::serving::serving(live_page& page, session& of, printer& to)
+    : feed_(page.feed_)
+    , to_(to)
+    , server_(page.at_, {describe_facts(of.on()),
+                         [this, &of](std::uint64_t from) { return read_feed(feed_, from, of); },
+                         [&of](const std::string& line) { return execute_line(line, of); }}) {
+    to_.say("The page: " + server_.url());
+    to_.copy([this](const std::string& line) { feed_.note("said", line); });
 }
 
-void live_page::serve(session& of) {
-    server_ = std::make_unique<page_server>(
-        at_,
-        page_server::source{describe_facts(of.on()),
-                            [this, &of](std::uint64_t from) { return read(from, of); },
-                            [&of](const std::string& line) { return execute_line(line, of); }});
-}
-
-void live_page::close() {
-    feed_.close();
-    server_.reset();
-}
-
-std::string live_page::read(std::uint64_t from, session& of) {
-    const page_feed::batch batch = feed_.read(from, longest_read);
-    return "{\"run\":\"" + feed_.run() + "\",\"next\":" + std::to_string(batch.next) +
-           ",\"items\":" + batch.items +
-           ",\"state\":" + describe_peers(of.on(), feed_.silent_for()) + "}";
+live_page::serving::~serving() {
+    to_.copy({});
+    feed_.close(); // ends the reads that the server waits for
 }
 
 int view_recording(const std::string& path, const page_address& at) {

@@ -1,9 +1,11 @@
 // The program csi_lab: plays an installation until it is told to exit.
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -15,7 +17,6 @@
 #include "lab/console.h"
 #include "lab/input_error.h"
 #include "lab/judge.h"
-#include "lab/line_editor.h"
 #include "lab/live_page.h"
 #include "lab/options.h"
 #include "lab/page_server.h"
@@ -26,6 +27,9 @@
 #include "lab/status.h"
 #include "peers/installation.h"
 #include "peers/wrong_answers.h"
+#ifdef CSI_LAB_LINE_EDITING
+#include "lab/line_editor.h"
+#endif
 
 namespace {
 
@@ -45,7 +49,7 @@ void greet(peers::installation& lab, csi_lab::printer& to) {
 }
 
 /// The words that the line editor completes.
-std::vector<std::string> words_for(const peers::installation_options& lab) {
+[[maybe_unused]] std::vector<std::string> words_for(const peers::installation_options& lab) {
     std::vector<std::string> result = csi_lab::command_words();
     for (const peers::routed_bot& bot : peers::bots_of(lab)) {
         result.push_back(bot.uuid);
@@ -85,14 +89,16 @@ void execute_lines(line_source& source, csi_lab::session& session, csi_lab::prin
 
 void execute_typed(csi_lab::console& console, csi_lab::session& session, csi_lab::printer& printer,
                    csi_lab::live_page* page) {
-    if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
-        execute_lines(console, session, printer, page);
+#ifdef CSI_LAB_LINE_EDITING
+    if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
+        csi_lab::line_editor editor(console.signals(), words_for(session.lab().options()));
+        printer.redirect([&editor](const std::string& line) { editor.say(line); });
+        execute_lines(editor, session, printer, page);
+        printer.redirect({});
         return;
     }
-    csi_lab::line_editor editor(console.signals(), words_for(session.lab().options()));
-    printer.redirect([&editor](const std::string& line) { editor.say(line); });
-    execute_lines(editor, session, printer, page);
-    printer.redirect({});
+#endif
+    execute_lines(console, session, printer, page);
 }
 
 /// Judges what passes, and reports breaches as they come. Used under the journal's lock.
@@ -117,28 +123,6 @@ public:
 private:
     csi_lab::printer& to_;
     csi_lab::judge judge_;
-};
-
-/// While it lives, the page shows the session, and the session what is typed in the page.
-class page_binding {
-public:
-    page_binding(csi_lab::live_page& page, csi_lab::session& session, csi_lab::printer& printer)
-        : page_(page)
-        , printer_(printer) {
-        page.serve(session);
-        printer.say("The page: " + page.url());
-        printer.copy([&page](const std::string& line) { page.feed().note("said", line); });
-    }
-    ~page_binding() {
-        page_.close();
-        printer_.copy({});
-    }
-    page_binding(const page_binding&) = delete;
-    page_binding& operator=(const page_binding&) = delete;
-
-private:
-    csi_lab::live_page& page_;
-    csi_lab::printer& printer_;
 };
 
 /// False when something was not as a script expects.
@@ -170,9 +154,9 @@ bool play_until_end(const csi_lab::arguments& given, csi_lab::console& console,
     if (!given.daemon.empty()) {
         session.run_daemon(given.daemon);
     }
-    std::optional<page_binding> binding;
+    std::optional<csi_lab::live_page::serving> serving;
     if (page) {
-        binding.emplace(*page, session, printer);
+        serving.emplace(*page, session, printer);
     }
     if (given.script.empty()) {
         execute_typed(console, session, printer, shown);
@@ -222,7 +206,7 @@ int run(const csi_lab::arguments& given) {
 
 /// What people can do about the failure, as another line; empty if nothing is known.
 std::string advice(const std::string& failure) {
-    if (failure.find("Address already in use") == std::string::npos) {
+    if (failure.find(std::generic_category().message(EADDRINUSE)) == std::string::npos) {
         return "";
     }
     const bool is_udp = failure.find(" port 1431") != std::string::npos;

@@ -11,6 +11,7 @@
 
 #include "lab/encoding.h"
 #include "lab/input_error.h"
+#include "lab/input_file.h"
 #include "peers/core_service.h"
 #include "platform/json.h"
 
@@ -152,12 +153,7 @@ std::vector<entry> read_recording(const std::string& path) {
     if (path == "-") {
         return read_recording(std::cin);
     }
-    std::ifstream file(path);
-    // A directory can be opened, but not read.
-    if (!file || (file.peek(), file.bad())) {
-        throw input_error("cannot read " + path + ": " + std::generic_category().message(errno));
-    }
-    file.clear();
+    std::ifstream file = open_input(path);
     return read_recording(file);
 }
 

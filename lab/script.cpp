@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -10,10 +9,10 @@
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "lab/input_error.h"
+#include "lab/input_file.h"
 
 namespace csi_lab {
 namespace {
@@ -115,12 +114,7 @@ std::vector<statement> read_script(const std::string& path, const peers::install
     if (path == "-") {
         return read_script(std::cin, lab, has_daemon);
     }
-    std::ifstream file(path);
-    // A directory can be opened, but not read.
-    if (!file || (file.peek(), file.bad())) {
-        throw input_error("cannot read " + path + ": " + std::generic_category().message(errno));
-    }
-    file.clear();
+    std::ifstream file = open_input(path);
     return read_script(file, lab, has_daemon);
 }
 
