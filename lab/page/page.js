@@ -91,6 +91,7 @@ function show_tab(name) {
         tab.setAttribute('aria-selected', String(tab.dataset.tab === name));
         by_id(tab.dataset.tab).hidden = tab.dataset.tab !== name;
     });
+    refresh_panels();
 }
 
 // The bar at the top
@@ -224,6 +225,7 @@ function refresh_state(next) {
         return;
     }
     state = next;
+    state.bots = new Map(state.cores.flatMap(core => core.bots).map(bot => [bot.uuid, bot]));
     const badge = by_id('daemon');
     const attached = state.server?.attached;
     const away = state.silent_for === null || state.silent_for > 10;
@@ -232,8 +234,17 @@ function refresh_state(next) {
         badge.textContent = away ? `daemon away${state.silent_for === null ? '' : `: nothing for ${Math.round(state.silent_for)} s`}`
                                  : attached ? `Zorvin ${attached} attached` : 'daemon not attached';
     }
-    by_id('installation').replaceChildren(...state.cores.map(zorvin_table), ...scan_of(), ...others_of());
-    refresh_faults();
+    refresh_panels();
+}
+
+/// Those in sight.
+function refresh_panels() {
+    if (state && !by_id('installation').hidden) {
+        by_id('installation').replaceChildren(...state.cores.map(zorvin_table), ...scan_of(), ...others_of());
+    }
+    if (state && !by_id('faults').hidden) {
+        refresh_faults();
+    }
 }
 
 function zorvin_table(core) {
@@ -255,7 +266,7 @@ function trouble_of(peer) {
 }
 
 function scan_of() {
-    const all = state.cores.reduce((sum, core) => sum + core.bots.length, 0);
+    const all = state.bots.size;
     const newest = live.rows[live.rows.length - 1]?.time ?? 0;
     const running = newest - scan.latest < 2 && scan.found.size < all;
     const count = `${scan.found.size} of ${all} Bots found`;
@@ -348,52 +359,62 @@ function build_form() {
 
 // The faults
 
-function make_switch(text, on, command) {
-    const input = make('input', {type: 'checkbox', checked: on});
-    input.addEventListener('change', () => execute(command(input.checked)));
-    return make('label', {}, input, ' ' + text);
+const controls = []; // functions that show the present state in the inputs
+
+/// An input for `member`, which follows the state except while somebody uses it.
+function follow_state(input, member, read, command) {
+    controls.push(() => {
+        if (document.activeElement !== input || member === 'checked') {
+            input[member] = read();
+        }
+    });
+    input.addEventListener('change', () => {
+        execute(command(input[member]));
+        input.blur();
+    });
+    return input;
 }
 
-function make_number(text, value, step, command) {
-    const input = make('input', {type: 'number', min: 0, step, value});
-    input.addEventListener('change', () => execute(command(input.value)));
-    return make('label', {}, text + ' ', input);
-}
+const make_switch = (text, read, command) =>
+    make('label', {}, follow_state(make('input', {type: 'checkbox'}), 'checked', read, command), ' ' + text);
+const make_number = (text, step, read, command) =>
+    make('label', {}, text + ' ', follow_state(make('input', {type: 'number', min: 0, step}), 'value', read, command));
 
-function fault_row(name, peer) {
-    const kind = name.split(':')[0];
-    const wrong = make('select', {}, new Option('right answers', 'off'),
-                       ...facts.wrong.filter(one => one.peers.split(' ').includes(kind)).map(one => new Option(`${one.name}: ${one.meaning}`, one.name)));
-    wrong.value = peer.wrong;
-    wrong.addEventListener('change', () => execute(`wrong ${name} ${wrong.value}`));
+function fault_row(name) {
+    const peer = () => (name.startsWith('core') ? state.cores.find(core => core.name === name) : state[name]);
+    const kinds = facts.wrong.filter(one => one.peers.split(' ').includes(name.split(':')[0]));
+    const wrong = make('select', {}, new Option('right answers', 'off'), ...kinds.map(one => new Option(`${one.name}: ${one.meaning}`, one.name)));
     return make('fieldset', {}, make('legend', {}, name),
-                make_switch('stopped', !peer.running, on => `${on ? 'stop' : 'start'} ${name}`),
-                make_switch('silent', peer.silent, on => `silent ${name} ${on ? 'on' : 'off'}`),
-                make_number('delay, ms', peer.delay, 1, value => `delay ${value} ${name}`), wrong);
+                make_switch('stopped', () => !peer().running, on => `${on ? 'stop' : 'start'} ${name}`),
+                make_switch('silent', () => peer().silent, on => `silent ${name} ${on ? 'on' : 'off'}`),
+                make_number('delay, ms', 1, () => peer().delay, value => `delay ${value} ${name}`),
+                follow_state(wrong, 'value', () => peer().wrong, kind => `wrong ${name} ${kind}`));
 }
 
-/// Made again only when something changed and nobody is typing there.
-function refresh_faults() {
-    const peers = [['server', state.server], ...state.cores.map(core => [core.name, core]), ['fusion', state.fusion]];
-    const bots = state.cores.flatMap(core => core.bots);
-    const present = JSON.stringify([peers.map(([name, peer]) => peer && [name, peer.running, peer.silent, peer.wrong, peer.delay]),
-                                    bots.map(bot => [bot.uuid, bot.absent]), state.loss]);
-    const panel = by_id('faults');
-    if (panel.dataset.present === present || panel.querySelector('input[type=number]:focus')) {
-        return;
-    }
-    panel.dataset.present = present;
-    panel.replaceChildren(
-        ...peers.filter(([, peer]) => peer).map(([name, peer]) => fault_row(name, peer)),
-        make('fieldset', {}, make('legend', {}, 'absent Bots'),
-             ...bots.map(bot => make_switch(bot.uuid, bot.absent, on => `${on ? 'absent' : 'present'} ${bot.uuid}`))),
+function absent_switch({uuid}) {
+    return make_switch(uuid, () => state.bots.get(uuid).absent, on => `${on ? 'absent' : 'present'} ${uuid}`);
+}
+
+function build_faults() {
+    const names = [state.server && 'server', ...state.cores.map(core => core.name), state.fusion && 'fusion'].filter(Boolean);
+    const daemon = ['start', 'stop'].map(word => {
+        const button = make('button', {}, word);
+        button.addEventListener('click', () => execute(`${word} daemon`));
+        return button;
+    });
+    by_id('faults').replaceChildren(
+        ...names.map(fault_row),
+        make('fieldset', {}, make('legend', {}, 'absent Bots'), ...[...state.bots.values()].map(absent_switch)),
         make('fieldset', {}, make('legend', {}, 'network'),
-             make_number('share of lost UDP requests', state.loss, 0.01, value => `loss ${value}`)),
-        facts.daemon ? make('fieldset', {}, make('legend', {}, 'daemon'), ...['start', 'stop'].map(word => {
-            const button = make('button', {}, word);
-            button.addEventListener('click', () => execute(`${word} daemon`));
-            return button;
-        })) : '');
+             make_number('share of lost UDP requests', 0.01, () => state.loss, value => `loss ${value}`)),
+        facts.daemon ? make('fieldset', {}, make('legend', {}, 'daemon'), ...daemon) : '');
+}
+
+function refresh_faults() {
+    if (controls.length === 0) {
+        build_faults();
+    }
+    controls.forEach(show => show());
 }
 
 // Keys and other input
