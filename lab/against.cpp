@@ -22,6 +22,8 @@ namespace {
 
 /// Relay and played core services are here, so that the peer under test can have 127.0.0.1.
 constexpr unsigned first_core = 101;
+/// The daemon gives a poll up after this time, and so does the relay.
+constexpr double max_poll_seconds = 5;
 
 /// What the peer under test does. May be called from any thread.
 class peer_watch {
@@ -35,6 +37,7 @@ public:
 
 private:
     void note_server(const entry& what);
+    [[nodiscard]] bool is_poll_held(const entry& answer) const;
 
     const std::string peer_;
     std::mutex mutex_; // guards the members below
@@ -67,17 +70,23 @@ void peer_watch::note(const entry& what) {
             found_.push_back(std::move(line));
         }
     }
-    if (what.event == "timeout") {
+    if (is_poll_held(what)) {
+        ++breaches_;
+        found_.emplace_back("a poll was held for longer than the daemon's 5 s");
+    } else if (what.event == "timeout") {
         ++breaches_;
         found_.push_back("no answer to " + (latest_ ? latest_->method + " " + latest_->text : ""));
     }
-    if (peer_ == "server") {
+    if (peer_ == "server" && what.event.empty()) {
         note_server(what);
     }
 }
 
+bool peer_watch::is_poll_held(const entry& answer) const {
+    return answer.method == "GET" && latest_ && answer.time - latest_->time >= max_poll_seconds;
+}
+
 void peer_watch::note_server(const entry& what) {
-    constexpr double max_poll_seconds = 5;
     if (what.method == "GET") {
         ++polls_;
         empty_polls_ += what.text.empty() ? 1U : 0U;
@@ -88,10 +97,6 @@ void peer_watch::note_server(const entry& what) {
             found_.push_back("a message was refused with status " + std::to_string(what.status) +
                              ": " + (latest_ ? latest_->text : ""));
         }
-    }
-    if (what.method == "GET" && latest_ && what.time - latest_->time > max_poll_seconds) {
-        ++breaches_;
-        found_.push_back("a poll was held for longer than the daemon's 5 s");
     }
 }
 

@@ -30,6 +30,10 @@ std::string broken_rule(const entry& what, bool is_executed) {
                    : "";
 }
 
+bool is_reply_without_command(const contract::kind& what) {
+    return what.family == "reply" && what.message.empty();
+}
+
 std::string route(const entry& what) {
     const std::string peer = peer_of(what);
     return what.from == "daemon" ? "daemon -> " + peer : peer + " -> daemon";
@@ -70,6 +74,11 @@ std::vector<finding> judge::next(const entry& what) {
                           breach.fatal, what.text});
     }
     std::string rule = broken_rule(what, !kind.family.empty());
+    if (is_reply_without_command(kind) && server_spoke_ && what.text != latest_reply_) {
+        rule = "absent: no command awaits a reply";
+    }
+    server_spoke_ = server_spoke_ || what.from == "server";
+    latest_reply_ = kind.family == "reply" ? what.text : latest_reply_;
     if (!rule.empty()) {
         result.push_back({what.line, message, "", std::move(rule), false, what.text});
     }

@@ -43,6 +43,8 @@ private:
     pairing pairing_;
     std::string latest_kind_;
     std::optional<entry> latest_request_;
+    bool server_spoke_ = false; // a recording may begin with a reply
+    std::string latest_reply_;  // it comes twice if the connection breaks
     std::size_t messages_ = 0;
     std::size_t breaches_ = 0;
     std::size_t fatal_ = 0;

@@ -20,7 +20,9 @@ namespace csi_lab {
 namespace {
 
 constexpr std::size_t largest_datagram = 65507;
-constexpr long request_seconds = 20; // as long as the daemon waits for the answer to a POST
+// As long as the daemon waits.
+constexpr long get_seconds = 5;
+constexpr long post_seconds = 20;
 
 /// Sends the request from a port of its own, like the daemon. nullopt when there is no answer.
 std::optional<std::string> exchange(const target& with, const std::string& request,
@@ -82,35 +84,34 @@ std::size_t append_body(const char* text, std::size_t size, std::size_t count, v
     return size * count;
 }
 
-using curl_handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
 using curl_list = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 
 /// Redirects are left to the daemon. nullopt when the exchange failed.
-std::optional<peers::http_response> perform(const std::string& url,
+std::optional<peers::http_response> perform(CURL* curl, const std::string& url,
                                             const peers::http_request& request) {
-    const curl_handle curl(curl_easy_init(), curl_easy_cleanup);
     const curl_list headers(curl_slist_append(nullptr, "Content-Type: application/json"),
                             curl_slist_free_all);
     peers::http_response result;
-    curl_easy_setopt(curl.get(), CURLOPT_URL, (url + request.path).c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, request_seconds);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, append_body);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &result.body);
+    curl_easy_reset(curl); // keeps the connection open
+    curl_easy_setopt(curl, CURLOPT_URL, (url + request.path).c_str());
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, request.method == "GET" ? get_seconds : post_seconds);
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, append_body);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &result.body);
     if (request.method == "POST") {
-        curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body.size()));
-        curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, request.body.c_str());
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body.size()));
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, request.body.c_str());
     }
-    if (curl_easy_perform(curl.get()) != CURLE_OK) {
+    if (curl_easy_perform(curl) != CURLE_OK) {
         return std::nullopt;
     }
     long status = 0;
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
     result.status = static_cast<int>(status);
     const char* location = nullptr;
-    curl_easy_getinfo(curl.get(), CURLINFO_REDIRECT_URL, &location);
+    curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &location);
     result.location = location == nullptr ? "" : location;
     return result;
 }
@@ -153,6 +154,7 @@ std::unique_ptr<peers::datagram_peer> make_relay(peers::journal& record, const t
 server_relay::server_relay(peers::journal& record, std::string url)
     : journal_(record)
     , url_(std::move(url))
+    , curl_(curl_easy_init(), curl_easy_cleanup)
     , listener_(0, 4, [this](const peers::http_request& request, const auto& /*client*/) {
         return pass_on(request);
     }) {}
@@ -165,7 +167,10 @@ std::optional<peers::http_response> server_relay::pass_on(const peers::http_requ
     what.method = request.method;
     what.path = request.path;
     journal_.record(what);
-    const auto response = perform(url_, request);
+    const auto response = [&] {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return perform(curl_.get(), url_, request);
+    }();
     std::swap(what.from, what.to);
     what.text = response ? response->body : "";
     what.status = response ? response->status : 0;

@@ -3,8 +3,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+
+#include <curl/curl.h>
 
 #include "peers/datagram_peer.h"
 #include "peers/http_listener.h"
@@ -28,7 +31,8 @@ struct target {
 [[nodiscard]] std::unique_ptr<peers::datagram_peer>
 make_relay(peers::journal& record, const target& to, const peers::datagram_peer::identity& self);
 
-/// Relays to a REST server, on any free port of 127.0.0.1.
+/// Relays to a REST server, on any free port of 127.0.0.1. Like the daemon, keeps the connection to
+/// it open and has one request at a time.
 class server_relay {
 public:
     server_relay(peers::journal& record, std::string url);
@@ -40,6 +44,8 @@ private:
 
     peers::journal& journal_;
     const std::string url_;
+    std::mutex mutex_; // guards the connection
+    std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl_;
     peers::http_listener listener_; // last: its threads use the above
 };
 

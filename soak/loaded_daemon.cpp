@@ -42,6 +42,7 @@ loaded_daemon::loaded_daemon(const run_options& options, load what, reporter& re
     , load_(std::move(what))
     , bots_(peers::bots_of(load_.peers))
     , conversation_(report, bots_, load_.attach_answer)
+    , contract_(report)
     , journal_(kept_messages)
     , installation_(checked_journal(), load_.peers)
     , daemon_(options.daemon, load_.folder, installation_.configuration(), load_.environment)
@@ -52,7 +53,10 @@ loaded_daemon::loaded_daemon(const run_options& options, load what, reporter& re
 }
 
 peers::journal& loaded_daemon::checked_journal() {
-    journal_.on_message([this](const peers::message& message) { conversation_.observe(message); });
+    journal_.on_message([this](const peers::message& message) {
+        conversation_.observe(message);
+        contract_.observe(message);
+    });
     return journal_;
 }
 
@@ -114,6 +118,8 @@ void loaded_daemon::stop() {
     daemon_.terminate();
     const auto exit = daemon_.wait(max_exit_time);
     check_exit(exit, steady_clock::now() - begin);
+    report_.add_check(contract_check,
+                      std::to_string(contract_.checked()) + " messages of the daemon");
     log_.read();
 }
 

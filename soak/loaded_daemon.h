@@ -11,6 +11,7 @@
 #include "peers/installation.h"
 #include "peers/journal.h"
 #include "soak/commands.h"
+#include "soak/contract_checker.h"
 #include "soak/conversation.h"
 #include "soak/daemon_process.h"
 #include "soak/log_reader.h"
@@ -68,6 +69,7 @@ private:
     const load load_;
     const std::vector<peers::routed_bot> bots_;
     conversation_checker conversation_; // before the journal, whose threads call it
+    contract_checker contract_;         // the same
     peers::journal journal_;
     peers::installation installation_;
     daemon_process daemon_;

@@ -9,6 +9,7 @@
 #include "platform/json.h"
 #include "platform/socket.h"
 #include "platform/utilities.h"
+#include "soak/contract_checker.h"
 #include "soak/hostile_server.h"
 #include "soak/resource_monitor.h"
 #include "soak/server_faults.h"
@@ -176,6 +177,17 @@ struct soak_faults : testing::Test {
 
 TEST(soak_conversation, finds_what_is_wrong_and_nothing_else) {
     run_rows("conversations", [](const auto& row) { play_steps(checked_conversation(), row); });
+}
+
+TEST(soak_contract, finds_what_is_wrong_and_nothing_else) {
+    run_rows("contract", [](const json::value& row) {
+        reporter report;
+        contract_checker checker(report);
+        for_each(row, "messages", [&checker](const json::value& one) {
+            checker.observe({{}, wire_text(one[0]), wire_text(one[1]), wire_text(one[2])});
+        });
+        EXPECT_EQ(checker.checked(), row["checked"].GetUint());
+    });
 }
 
 TEST(soak_log, is_read_across_rotations_without_gaps_and_must_stay_small) {
