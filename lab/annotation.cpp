@@ -39,7 +39,7 @@ std::string describe_list(const json::value& list) {
 
 std::string describe_member(std::string_view name, const json::value& member) {
     constexpr std::size_t max_text = 32;
-    if (name == "success") {
+    if (name == "success" && member.IsBool()) {
         return member.IsTrue() ? "ok" : "failed";
     }
     if (member.IsArray() && (name == "found" || name == "bot_info")) {
@@ -48,14 +48,15 @@ std::string describe_member(std::string_view name, const json::value& member) {
     if (member.IsArray()) {
         return describe_list(member);
     }
-    if (member.IsObject()) {
-        return std::string(json::find_string(member, "uuid").value_or("{...}"));
+    const json::value* const uuid = member.IsObject() ? json::find(member, "uuid") : nullptr;
+    if (uuid != nullptr) {
+        return describe_member(name, *uuid);
     }
     const std::string text =
         member.IsString() ? std::string(json::text_of(member)) : json::write(member);
     const bool is_named = name == "interval" || name == "rate" || name == "version";
     return (is_named ? std::string(name) + " " : "") +
-           (text.size() > max_text ? text.substr(0, max_text) + " ..." : text);
+           (text.size() > max_text ? std::string(beginning_of(text, max_text)) + " ..." : text);
 }
 
 std::string command_word(const std::string& text) {
@@ -101,7 +102,7 @@ std::string label_of_entry(const entry& what, const std::optional<entry>& reques
     std::string result = first_words(what, request);
     if (!parsed.IsObject()) {
         result +=
-            (result.empty() ? "" : " ") + std::to_string(what.text.size()) + " bytes, no JSON";
+            (result.empty() ? "" : " ") + std::to_string(what.text.size()) + " bytes, not JSON";
     }
     for (const std::string_view name : telling) {
         const json::value* const member = parsed.IsObject() ? json::find(parsed, name) : nullptr;
@@ -136,6 +137,9 @@ annotation annotator::next(const entry& what) {
     result.breaches = judge_.next(what);
     result.kind = judge_.latest_kind();
     result.label = label_of_entry(what, judge_.latest_request());
+    if (!is_utf8(result.label)) {
+        result.label = std::to_string(what.text.size()) + " bytes, not UTF-8";
+    }
     result.repeated = is_repeated(what);
     add_schema_texts(result);
     return result;
@@ -159,7 +163,7 @@ bool annotator::is_repeated(const entry& what) {
 std::string format_annotated(const entry& what, const annotation& with) {
     json::document members(rapidjson::kObjectType);
     json::allocator& memory = members.GetAllocator();
-    json::set(members, "label", is_utf8(with.label) ? with.label : "bytes", memory);
+    json::set(members, "label", with.label, memory);
     if (!with.kind.empty()) {
         json::set(members, "name", with.kind, memory);
         json::set(members, "title", with.title, memory);

@@ -8,6 +8,7 @@
 
 #include "lab/annotation.h"
 #include "lab/chart.h"
+#include "lab/encoding.h"
 
 namespace csi_lab {
 namespace {
@@ -32,11 +33,7 @@ struct row {
 std::string escaped(std::string_view text) {
     constexpr std::size_t max_shown = 100;
     std::string result;
-    std::size_t shown = std::min(text.size(), max_shown);
-    while (shown < text.size() && (static_cast<unsigned char>(text[shown]) & 0xc0U) == 0x80) {
-        ++shown; // not in the middle of a character
-    }
-    for (const char c : text.substr(0, shown)) {
+    for (const char c : beginning_of(text, max_shown)) {
         switch (c) {
         case '<':
             result += "&lt;";

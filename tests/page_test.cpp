@@ -30,8 +30,7 @@ TEST(page, answers_nobody_but_itself_and_people) {
 TEST(page, charts_show_messages_as_what_they_are) {
     for_each_case("programs/page_charts", [](const json::value& one) {
         std::ostringstream lines;
-        for_each(one, "lines",
-                 [&](const json::value& line) { lines << wire_text(line) << '\n'; });
+        for_each(one, "lines", [&](const json::value& line) { lines << wire_text(line) << '\n'; });
         std::istringstream from(lines.str());
         const auto recording = csi_lab::read_recording(from);
         const std::string picture = csi_lab::chart_picture(recording);

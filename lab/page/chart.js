@@ -12,6 +12,9 @@ function make(tag, members = {}, ...children) {
 const by_id = id => document.getElementById(id);
 const seconds = time => Number(time).toFixed(3);
 
+/// A typed line begins like a prompt; the lab's answers stand for themselves.
+const note_text = ({note, text}) => ({typed: '> ', said: ''}[note] ?? note + ': ') + text;
+
 class Chart {
     constructor() {
         this.list = by_id('list');
@@ -129,7 +132,7 @@ class Chart {
         row.style.top = `${index * row_height}px`;
         row.append(make('time', {}, seconds(entry.time)));
         if (entry.note) {
-            row.append(make('span', {className: 'text'}, entry.note + ': ' + entry.text));
+            row.append(make('span', {className: 'text'}, note_text(entry)));
             return row;
         }
         const from = this.x.get(entry.out ? 'daemon' : entry.peer);

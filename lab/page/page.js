@@ -156,7 +156,7 @@ async function execute(line) {
 
 function show_note(item) {
     const terminal = by_id('terminal');
-    terminal.append(make('p', {className: item.note}, (item.note === 'typed' ? '> ' : '') + item.text));
+    terminal.append(make('p', {className: item.note}, item.note === 'typed' ? note_text(item) : item.text));
     while (terminal.childElementCount > 500) {
         terminal.firstChild.remove();
     }
@@ -253,7 +253,7 @@ function zorvin_table(core) {
         'tr', {className: bot.absent ? 'absent' : bot.count > 0 ? 'heard' : ''}, make('td', {}, bot.uuid),
         make('td', {}, bot.rate > 0 ? `rate ${bot.rate}` : '–'),
         make('td', {}, bot.absent ? 'absent' : bot.count > 0 ? `found, ${bot.count} measurements` : 'not found'),
-        make('td', {}, core.engines.filter(one => one.bot === bot.uuid).map(one => one.type).join(', ') || '–')));
+        make('td', {}, [...core.engines, ...state.fusion?.engines ?? []].filter(one => one.bot === bot.uuid).map(one => one.type).join(', ') || '–')));
     const interfaces = core.interfaces.join(', ') || 'no interface';
     return make('section', {}, make('h2', {className: 'core'}, `Zorvin ${core.name.replace('core:', '')}`),
                 make('p', {}, `${interfaces}${trouble_of(core)}`), make('table', {}, head, ...rows));
