@@ -61,6 +61,14 @@ bool is_utf8(std::string_view text) {
     return true;
 }
 
+std::string_view beginning_of(std::string_view text, std::size_t max_bytes) {
+    std::size_t size = std::min(text.size(), max_bytes);
+    while (size > 0 && size < text.size() && (byte_at(text, size) & 0xc0U) == 0x80) {
+        --size;
+    }
+    return text.substr(0, size);
+}
+
 std::string to_base64(std::string_view bytes) {
     std::string result;
     for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 3))) {

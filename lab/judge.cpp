@@ -50,7 +50,9 @@ std::vector<std::string> describe(const finding& what) {
 }
 
 std::vector<finding> judge::next(const entry& what) {
-    const auto request = pairing_.request_of(what);
+    latest_request_ = pairing_.request_of(what);
+    const auto& request = latest_request_;
+    latest_kind_.clear();
     if (!what.event.empty()) {
         return {};
     }
@@ -63,7 +65,8 @@ std::vector<finding> judge::next(const entry& what) {
     exchange.method = what.method;
     exchange.path = what.path;
     const contract::kind kind = contract::classify(exchange);
-    const std::string message = route(what) + "  " + contract::name_of(kind);
+    latest_kind_ = contract::name_of(kind);
+    const std::string message = route(what) + "  " + latest_kind_;
     std::vector<finding> result;
     for (contract::breach& breach : contract::judge(kind, what.text)) {
         fatal_ += breach.fatal ? 1U : 0U;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,11 @@ class judge {
 public:
     [[nodiscard]] std::vector<finding> next(const entry& what);
 
+    /// The kind of the latest message: "command/start"; empty if there was nothing to judge.
+    [[nodiscard]] const std::string& latest_kind() const { return latest_kind_; }
+    /// What the latest message answers, if anything.
+    [[nodiscard]] const std::optional<entry>& latest_request() const { return latest_request_; }
+
     [[nodiscard]] std::size_t messages() const { return messages_; }
     [[nodiscard]] std::size_t breaches() const { return breaches_; }
     /// "no breach in 12 messages".
@@ -35,6 +41,8 @@ public:
 
 private:
     pairing pairing_;
+    std::string latest_kind_;
+    std::optional<entry> latest_request_;
     bool server_spoke_ = false; // a recording may begin with a reply
     std::string latest_reply_;  // it comes twice if the connection breaks
     std::size_t messages_ = 0;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -11,11 +12,14 @@
 #include <unistd.h>
 
 #include "lab/against.h"
+#include "lab/chart.h"
 #include "lab/commands.h"
 #include "lab/console.h"
 #include "lab/input_error.h"
 #include "lab/judge.h"
+#include "lab/live_page.h"
 #include "lab/options.h"
+#include "lab/page_server.h"
 #include "lab/printer.h"
 #include "lab/replay_player.h"
 #include "lab/script.h"
@@ -65,9 +69,14 @@ void greet(peers::installation& lab, csi_lab::printer& to) {
     return result;
 }
 
+/// The page, if there is one, shows what is typed and what the lab says.
 template<class line_source>
-void execute_lines(line_source& source, csi_lab::session& session, csi_lab::printer& printer) {
+void execute_lines(line_source& source, csi_lab::session& session, csi_lab::printer& printer,
+                   csi_lab::live_page* page) {
     while (const auto line = source.next_line()) {
+        if (page != nullptr) {
+            page->feed().note("typed", *line);
+        }
         const csi_lab::command_result result = csi_lab::execute(*line, session.on());
         for (const std::string& shown : result.lines) {
             printer.say(shown);
@@ -78,18 +87,18 @@ void execute_lines(line_source& source, csi_lab::session& session, csi_lab::prin
     }
 }
 
-void execute_typed(csi_lab::console& console, csi_lab::session& session,
-                   csi_lab::printer& printer) {
+void execute_typed(csi_lab::console& console, csi_lab::session& session, csi_lab::printer& printer,
+                   csi_lab::live_page* page) {
 #ifdef CSI_LAB_LINE_EDITING
     if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
         csi_lab::line_editor editor(console.signals(), words_for(session.lab().options()));
         printer.redirect([&editor](const std::string& line) { editor.say(line); });
-        execute_lines(editor, session, printer);
+        execute_lines(editor, session, printer, page);
         printer.redirect({});
         return;
     }
 #endif
-    execute_lines(console, session, printer);
+    execute_lines(console, session, printer, page);
 }
 
 /// Judges what passes, and reports breaches as they come. Used under the journal's lock.
@@ -119,15 +128,38 @@ private:
 /// False when something was not as a script expects.
 bool play_until_end(const csi_lab::arguments& given, csi_lab::console& console,
                     csi_lab::printer& printer, const csi_lab::session::observer& watch) {
-    csi_lab::session session(given, printer, watch);
+    std::optional<csi_lab::live_page> page;
+    if (given.page) {
+        page.emplace(csi_lab::parse_page_address(*given.page));
+    }
+    csi_lab::live_page* const shown = page ? &*page : nullptr;
+    csi_lab::session session(
+        given, printer,
+        [&](const csi_lab::entry& what) {
+            if (shown != nullptr) {
+                shown->feed().add(what);
+            }
+            if (watch) {
+                watch(what);
+            }
+        },
+        [shown](const std::string& kind, const std::string& text) {
+            if (shown != nullptr) {
+                shown->feed().note(kind, text);
+            }
+        });
     if (given.script.empty()) {
         greet(session.lab(), printer);
     }
     if (!given.daemon.empty()) {
         session.run_daemon(given.daemon);
     }
+    std::optional<csi_lab::live_page::serving> serving;
+    if (page) {
+        serving.emplace(*page, session, printer);
+    }
     if (given.script.empty()) {
-        execute_typed(console, session, printer);
+        execute_typed(console, session, printer, shown);
         return true;
     }
     csi_lab::script_runner runner(session.on(), session.seen(), console, printer);
@@ -154,6 +186,14 @@ int run(const csi_lab::arguments& given) {
     }
     if (!given.judged.empty()) {
         return csi_lab::judge_recording(given.judged);
+    }
+    if (!given.viewed.empty()) {
+        return csi_lab::view_recording(given.viewed,
+                                       csi_lab::parse_page_address(given.page.value_or("")));
+    }
+    if (!given.charted.empty()) {
+        csi_lab::write_chart(given.charted, given.chart);
+        return 0;
     }
     if (!given.against.empty()) {
         return csi_lab::test_peer(given);

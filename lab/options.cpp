@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include "daemon/version.h"
+#include "lab/chart.h"
+#include "lab/page_server.h"
 #include "lab/relay.h"
 
 namespace csi_lab {
@@ -99,6 +101,12 @@ void add_run_options(CLI::App& app, arguments& to) {
     app.add_flag("--judge", to.judge, "Check each message against the protocol");
     app.add_option("--daemon", to.daemon, "Start this daemon with the matching configuration")
         ->option_text("PATH");
+    app.add_option(
+           "--page", to.page,
+           "Serve a page with the conversation and all commands, at 127.0.0.1 and port 8088 "
+           "unless something else is given")
+        ->expected(0, 1)
+        ->option_text("[[ADDRESS:]PORT]");
     app.add_option("--against", to.against,
                    "Test this peer: core=ADDRESS[:PORT], fusion=ADDRESS[:PORT] or server=URL")
         ->option_text("PEER=WHERE");
@@ -113,7 +121,17 @@ void add_subcommands(CLI::App& app, arguments& to) {
     CLI::App* const replay =
         app.add_subcommand("replay", "Play the peers of a recording towards a daemon");
     replay->add_option("FILE", to.replayed, "The recording, or - for standard input")->required();
-    for (CLI::App* const subcommand : {judge, replay}) {
+    CLI::App* const view = app.add_subcommand("view", "Serve the page of --page for a recording");
+    view->add_option("FILE", to.viewed, "The recording, or - for standard input")->required();
+    CLI::App* const chart =
+        app.add_subcommand("chart", "Write the sequence chart of a recording to a file");
+    chart->add_option("FILE", to.charted, "The recording, or - for standard input")->required();
+    chart
+        ->add_option("-o,--output", to.chart,
+                     "The file to write: a page if its name ends in .html, a picture if in .svg")
+        ->required()
+        ->option_text("FILE");
+    for (CLI::App* const subcommand : {judge, replay, view, chart}) {
         subcommand->fallthrough(); // the options above may follow
     }
     app.require_subcommand(0, 1);
@@ -156,6 +174,7 @@ void check_against(const arguments& given) {
                                          {"--without", !given.lab.without.empty()},
                                          {"--print-config", given.print_config},
                                          {"--judge", given.judge},
+                                         {"--page", given.page.has_value()},
                                          {"judge", !given.judged.empty()},
                                          {"replay", !given.replayed.empty()}}) {
         if (is_given) {
@@ -196,6 +215,12 @@ void finish(arguments& given) {
         throw CLI::ValidationError("--json", "excludes --quiet");
     }
     check_against(given);
+    if (given.page) {
+        validate("--page", [&] { static_cast<void>(parse_page_address(*given.page)); });
+    }
+    if (!given.chart.empty()) {
+        validate("--output", [&] { static_cast<void>(chart_format_of(given.chart)); });
+    }
     if (!given.script.empty()) {
         given.statements = read_script(given.script, given.lab, !given.daemon.empty());
     }

@@ -1,6 +1,7 @@
 /// The command line of csi_lab.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ struct arguments {
     std::string daemon;                // program to run; empty: none
     std::string against;               // PEER=WHERE; empty: none
     unsigned seconds = 60;             // that a server under test is watched
+    std::optional<std::string> page;   // [ADDRESS:]PORT, or empty for the default
+    std::string viewed;                // file of the subcommand "view"
+    std::string charted;               // file of the subcommand "chart"
+    std::string chart;                 // file that it writes
     std::string judged;                // file of the subcommand "judge"
     std::string replayed;              // file of the subcommand "replay"
 };

@@ -113,7 +113,8 @@ printer::printer(bool color, bool json)
     , json_(json) {}
 
 void printer::show(const peers::message& what) {
-    say(format_line(what, color_));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    write(format_line(what, color_));
 }
 
 void printer::show_json(const std::string& line) {
@@ -124,6 +125,13 @@ void printer::show_json(const std::string& line) {
 
 void printer::say(const std::string& line) {
     const std::lock_guard<std::mutex> lock(mutex_);
+    write(line);
+    if (copy_) {
+        copy_(line);
+    }
+}
+
+void printer::write(const std::string& line) {
     if (sink_) {
         sink_(line);
         return;
@@ -136,6 +144,11 @@ void printer::say(const std::string& line) {
 void printer::redirect(sink to) {
     const std::lock_guard<std::mutex> lock(mutex_);
     sink_ = std::move(to);
+}
+
+void printer::copy(sink to) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    copy_ = std::move(to);
 }
 
 } // namespace csi_lab

@@ -31,12 +31,17 @@ public:
 
     /// The sink gets the lines from now on; an empty one ends that.
     void redirect(sink to);
+    /// The sink also gets the lines from now on, but no messages; an empty one ends that.
+    void copy(sink to);
 
 private:
+    void write(const std::string& line);
+
     const bool color_;
     const bool json_;
-    std::mutex mutex_; // guards the streams and the sink
+    std::mutex mutex_; // guards the streams and the sinks
     sink sink_;
+    sink copy_;
 };
 
 } // namespace csi_lab

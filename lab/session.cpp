@@ -9,12 +9,13 @@ constexpr std::size_t kept_messages = 100; // they are shown, and not read again
 
 } // namespace
 
-session::session(const arguments& given, printer& to, observer watch)
+session::session(const arguments& given, printer& to, observer watch, note_observer watch_notes)
     : quiet_(given.quiet)
     , json_(given.json)
     , to_(to)
     , filter_(given.only, given.except)
     , watch_(std::move(watch))
+    , watch_notes_(std::move(watch_notes))
     , journal_(kept_messages) {
     if (!given.record.empty()) {
         file_.emplace(given.record);
@@ -62,6 +63,11 @@ void session::note_traffic(const peers::message& what) {
 void session::note_message(const peers::message& what) {
     if (!json_ && !quiet_ && filter_.shows(what)) {
         to_.show(what);
+    }
+    if (watch_notes_ && what.to == "log") {
+        watch_notes_("log", what.text);
+    } else if (watch_notes_ && what.from == "lab") {
+        watch_notes_("remark", what.to + ": " + what.text);
     }
     seen_.add(format_line(what, false)); // last: what is expected has been shown
 }

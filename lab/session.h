@@ -26,10 +26,12 @@ namespace csi_lab {
 class session {
 public:
     using observer = std::function<void(const entry&)>;
+    using note_observer = std::function<void(const std::string& kind, const std::string& text)>;
 
-    /// The observer gets all entries, under the journal's lock. Throws std::runtime_error when a
-    /// peer's address or a file cannot be had.
-    session(const arguments& given, printer& to, observer watch);
+    /// The observers get all entries, and lines of the daemon's "log" and "remark"s of the lab,
+    /// under the journal's lock. Throws std::runtime_error when a peer's address or a file cannot
+    /// be had.
+    session(const arguments& given, printer& to, observer watch, note_observer watch_notes = {});
     ~session();
     session(const session&) = delete;
     session& operator=(const session&) = delete;
@@ -58,6 +60,7 @@ private:
     recorder recorder_;
     std::optional<recording_file> file_;
     observer watch_;
+    note_observer watch_notes_;
     traffic seen_;
     peers::journal journal_;
     std::unique_ptr<peers::installation> lab_; // its threads use all of the above

@@ -74,6 +74,11 @@ std::vector<radio::heard_bot> core_service::heard() const {
     return radio_.heard(std::chrono::steady_clock::now());
 }
 
+std::vector<std::string> core_service::absent() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return radio_.absent();
+}
+
 std::string core_service::answer(const std::string& request) {
     json::document parsed = json::parse(request);
     if (!parsed.IsObject()) {

@@ -57,6 +57,7 @@ public:
     [[nodiscard]] std::vector<std::string> interfaces() const;
     [[nodiscard]] std::vector<radio::sounded_bot> sounded() const;
     [[nodiscard]] std::vector<radio::heard_bot> heard() const;
+    [[nodiscard]] std::vector<std::string> absent() const;
     [[nodiscard]] std::vector<running_engine> running_engines() const { return engines_.running(); }
 
 private:

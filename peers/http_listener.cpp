@@ -16,9 +16,10 @@ constexpr std::chrono::hours keep_alive(1);
 
 } // namespace
 
-http_listener::http_listener(std::uint16_t port, std::size_t threads, handler respond)
+http_listener::http_listener(std::uint16_t port, std::size_t threads, handler respond,
+                             const std::string& address)
     : respond_(std::move(respond))
-    , socket_(listen_tcp("127.0.0.1", port))
+    , socket_(listen_tcp(address, port))
     , port_(csi_receiver::local_port(socket_.get())) {
     threads_.reserve(threads);
     for (std::size_t count = 0; count < threads; ++count) {

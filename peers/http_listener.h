@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -24,9 +25,10 @@ public:
     /// closed.
     using handler = std::function<std::optional<http_response>(http_request, const connection&)>;
 
-    /// Listens on 127.0.0.1; port 0 lets the system choose. Each open connection occupies one of
-    /// the threads. Throws std::runtime_error when the port is in use.
-    http_listener(std::uint16_t port, std::size_t threads, handler respond);
+    /// Port 0 lets the system choose. Each open connection occupies one of the threads. Throws
+    /// std::runtime_error when the port is in use.
+    http_listener(std::uint16_t port, std::size_t threads, handler respond,
+                  const std::string& address = "127.0.0.1");
     ~http_listener();
     http_listener(const http_listener&) = delete;
     http_listener& operator=(const http_listener&) = delete;

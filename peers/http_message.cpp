@@ -150,6 +150,9 @@ std::string format_response(const http_response& what, bool keep_alive) {
     if (!what.location.empty()) {
         result += "Location: " + what.location + "\r\n";
     }
+    for (const auto& [name, value] : what.headers) {
+        result += name + ": " + value + "\r\n";
+    }
     if (!what.body.empty()) {
         result += "Content-Type: " + what.content_type + "\r\n";
     }

@@ -29,8 +29,9 @@ struct http_response {
     int status = 200;
     std::string body{};
     bool cut = false; // only half of the body is sent, then the connection is closed
-    std::string content_type = "application/json"; // of a body that is not empty
-    std::string location{};                        // of a redirect
+    std::string content_type = "application/json";              // of a body that is not empty
+    std::string location{};                                     // of a redirect
+    std::vector<std::pair<std::string, std::string>> headers{}; // more of them
 };
 
 enum class read_result { complete, malformed, closed };

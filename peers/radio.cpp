@@ -55,6 +55,16 @@ std::vector<radio::sounded_bot> radio::sounded() const {
     return result;
 }
 
+std::vector<std::string> radio::absent() const {
+    std::vector<std::string> result;
+    for (const auto& [uuid, which] : bots_) {
+        if (!which.present) {
+            result.push_back(uuid);
+        }
+    }
+    return result;
+}
+
 void radio::change(bot& which, std::uint32_t rate, bool present, time_point now) const {
     const bool was_active = which.active();
     const bool was_heard = is_heard(which, now);

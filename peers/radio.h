@@ -41,6 +41,8 @@ public:
     /// Both by uuid.
     [[nodiscard]] std::vector<heard_bot> heard(time_point now) const;
     [[nodiscard]] std::vector<sounded_bot> sounded() const;
+    /// The uuids of the Bots that set_present took away.
+    [[nodiscard]] std::vector<std::string> absent() const;
 
 private:
     struct bot {

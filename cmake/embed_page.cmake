@@ -1,0 +1,21 @@
+# Writes a C++ file with the page's files, and the hashes of those that a page in one file contains.
+# `scripts` are joined to one in their order.
+foreach(name IN ITEMS html style)
+    file(READ ${${name}} ${name}_text)
+endforeach()
+foreach(script IN LISTS scripts)
+    file(READ ${script} content)
+    string(APPEND script_text "${content}")
+endforeach()
+string(SHA256 script_hash "${script_text}")
+string(SHA256 style_hash "${style_text}")
+
+set(text "#include \"lab/page_files.h\"\n\nnamespace csi_lab {\n\n")
+foreach(name IN ITEMS html style script)
+    string(APPEND text "const std::string_view page_${name} = R\"page(${${name}_text})page\";\n")
+endforeach()
+foreach(name IN ITEMS style script)
+    string(APPEND text "const std::string_view page_${name}_hash = \"${${name}_hash}\";\n")
+endforeach()
+string(APPEND text "\n} // namespace csi_lab\n")
+file(WRITE ${output} "${text}")

@@ -1,0 +1,66 @@
+// The page of csi_lab, as far as no browser is needed: tests/page/try drives it with one.
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "lab/chart.h"
+#include "lab/page_feed.h"
+#include "lab/page_server.h"
+#include "support/vectors.h"
+
+using namespace std::chrono_literals;
+
+TEST(page, answers_nobody_but_itself_and_people) {
+    for_each_case("programs/page_requests", [](const json::value& one) {
+        const auto member = [&one](const char* name, const std::string& otherwise) {
+            return std::string(json::find_string(one, name).value_or(otherwise));
+        };
+        peers::http_request request{};
+        request.method = member("method", "GET");
+        for (const auto& header : one["headers"].GetObject()) {
+            request.headers.emplace_back(wire_text(header.name), wire_text(header.value));
+        }
+        const auto at = csi_lab::parse_page_address(member("at", "127.0.0.1:8088"));
+        EXPECT_EQ(csi_lab::refusal(request, at).value_or(200),
+                  json::find_int(one, "status").value_or(200));
+    });
+}
+
+TEST(page, charts_show_messages_as_what_they_are) {
+    for_each_case("programs/page_charts", [](const json::value& one) {
+        std::ostringstream lines;
+        for_each(one, "lines", [&](const json::value& line) { lines << wire_text(line) << '\n'; });
+        std::istringstream from(lines.str());
+        const auto recording = csi_lab::read_recording(from);
+        const std::string picture = csi_lab::chart_picture(recording);
+        const std::string page = csi_lab::chart_page(recording, "it's");
+        const auto expect_in = [](const std::string& text, const json::value& wanted, bool there) {
+            EXPECT_EQ(text.find(wire_text(wanted)) != std::string::npos, there)
+                << wire_text(wanted) << "\n"
+                << text;
+        };
+        for_each(one, "shows", [&](const json::value& text) { expect_in(picture, text, true); });
+        for_each(one, "data", [&](const json::value& text) { expect_in(page, text, true); });
+        for_each(one, "not", [&](const json::value& text) {
+            expect_in(picture, text, false);
+            const std::size_t begin = page.find("\"items\"");
+            expect_in(page.substr(begin, page.find("</script>\n", begin) - begin), text, false);
+        });
+    });
+}
+
+TEST(page, feed_keeps_the_latest_and_can_be_read_from_anywhere) {
+    csi_lab::page_feed feed(2);
+    for (const char* const text : {"one", "two", "three"}) {
+        feed.note("said", text);
+    }
+    const auto batch = feed.read(0, 0ms);
+    EXPECT_EQ(batch.next, 3U);
+    EXPECT_EQ(batch.items.find("one"), std::string::npos) << batch.items;
+    EXPECT_LT(batch.items.find("two"), batch.items.find("three")) << batch.items;
+    EXPECT_EQ(feed.read(3, 0ms).items, "[]");
+    EXPECT_EQ(feed.read(99, 0ms).next, 3U);
+    feed.close();
+    EXPECT_EQ(feed.read(3, 1h).items, "[]");
+}
