@@ -131,10 +131,9 @@ std::string describe_counts(const char* title, const map& all, describe_type des
     }
     std::stable_sort(rows.begin(), rows.end(),
                      [](const row& one, const row& other) { return one.first > other.first; });
-    std::vector<std::string> texts;
-    for (const row& one : rows) {
-        texts.push_back(one.second);
-    }
+    std::vector<std::string> texts(rows.size());
+    std::transform(rows.begin(), rows.end(), texts.begin(),
+                   [](const row& one) { return one.second; });
     return first_rows(counted(sum, title), texts);
 }
 

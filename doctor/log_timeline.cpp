@@ -174,9 +174,13 @@ std::string timeline::draw_axis() const {
         const log_time time = begin_ + (end_ - begin_) * step / steps;
         const std::string x = number(x_of(time));
         const char* const anchor = step == 0 ? "start" : step == steps ? "end" : "middle";
-        text += "<line x1=\"" + x + "\" x2=\"" + x + "\" y1=\"" + number(top - 6) + "\" y2=\"" +
-                number(row_top(4) - 8) + "\" class=\"rule\"/>\n" +
-                text_at(x_of(time), row_top(4) + 8, format_time(time),
+        text += "<line x1=\"";
+        text += x;
+        text += "\" x2=\"";
+        text += x;
+        text += "\" y1=\"" + number(top - 6) + "\" y2=\"" + number(row_top(4) - 8) +
+                "\" class=\"rule\"/>\n";
+        text += text_at(x_of(time), row_top(4) + 8, format_time(time),
                         std::string("class=\"small\" text-anchor=\"") + anchor + "\"");
     }
     return text;
