@@ -1,17 +1,16 @@
 #include "doctor/configuration_file.h"
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "doctor/paths.h"
+#include "doctor/regular_file.h"
 #include "doctor/text.h"
-#include "platform/descriptor.h"
 
 namespace csi_doctor {
 namespace {
@@ -59,17 +58,13 @@ finding describe_error(const std::string& path, int error) {
 }
 
 /// For anything but a regular file.
-finding describe_kind(const std::string& path, mode_t mode) {
+finding describe_irregular(const std::string& path, mode_t mode) {
     if (S_ISDIR(mode)) {
         return {level::fail, "file_is_directory"_code, "file", in_quotes(path) + " is a directory",
                 "give the path of the configuration file in it"};
     }
-    const char* const kind = S_ISFIFO(mode)   ? "a FIFO"
-                             : S_ISSOCK(mode) ? "a socket"
-                             : S_ISCHR(mode)  ? "a character device"
-                                              : "a block device";
     return {level::fail, "file_not_regular"_code, "file",
-            in_quotes(path) + " is " + kind + ", not a regular file",
+            in_quotes(path) + " is " + describe_kind(mode) + ", not a regular file",
             "write the settings into a file, and give its path"};
 }
 
@@ -79,53 +74,25 @@ finding describe_size(const std::string& path) {
             "give the path of the configuration file"};
 }
 
-/// Reads until the limit or the end. False, with errno, on a read error.
-bool read_some(int fd, std::string& text) {
-    std::array<char, 4096> buffer{};
-    ssize_t count = 0;
-    do {
-        count = read(fd, buffer.data(), buffer.size());
-        text.append(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-    } while (text.size() < size_limit && (count > 0 || (count < 0 && errno == EINTR)));
-    return count >= 0;
-}
-
-/// Fills in text and status. Neither waits for a FIFO's writer nor opens a device, which could have
-/// effects.
-std::optional<finding> read_regular_file(const std::string& path, std::string& text,
-                                         struct stat& status) {
-    if (stat(path.c_str(), &status) != 0) {
-        return describe_error(path, errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return describe_kind(path, status.st_mode);
-    }
-    const csi_receiver::descriptor file(
-        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.is_open() || fstat(file.get(), &status) != 0) {
-        return describe_error(path, errno);
-    }
-    if (!S_ISREG(status.st_mode)) { // replaced in the meantime
-        return describe_kind(path, status.st_mode);
-    }
-    if (!read_some(file.get(), text)) {
-        return describe_error(path, errno);
-    }
-    return text.size() < size_limit ? std::nullopt : std::optional(describe_size(path));
-}
-
 } // namespace
 
 std::optional<std::string> read_configuration_file(const std::string& path, report& findings) {
-    std::string text;
-    struct stat status {};
-    const std::optional<finding> fault = read_regular_file(path, text, status);
-    if (fault) {
-        findings.add(*fault);
+    regular_file file = read_regular_file(path, size_limit);
+    switch (file.outcome) {
+    case read_outcome::error:
+        findings.add(describe_error(path, file.error));
         return std::nullopt;
+    case read_outcome::not_regular:
+        findings.add(describe_irregular(path, file.status.st_mode));
+        return std::nullopt;
+    case read_outcome::too_large:
+        findings.add(describe_size(path));
+        return std::nullopt;
+    case read_outcome::complete:
+        break;
     }
-    check_permissions_as_root(status, path, findings);
-    return text;
+    check_permissions_as_root(file.status, path, findings);
+    return std::move(file.text);
 }
 
 } // namespace csi_doctor

@@ -13,6 +13,7 @@
 #include "doctor/configuration_file.h"
 #include "doctor/findings.h"
 #include "doctor/log_checks.h"
+#include "doctor/log_command.h"
 #include "doctor/network_checks.h"
 #include "doctor/routing_checks.h"
 #include "doctor/syntax_checks.h"
@@ -83,14 +84,19 @@ int run(const csi_doctor::options& given) {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    const csi_doctor::options given = csi_doctor::parse_command_line(
-        std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+    std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    // With standard output closed, the next file or socket would get its descriptor and the text.
+    const bool is_writable = fcntl(STDOUT_FILENO, F_GETFD) != -1;
+    if (!arguments.empty() && arguments.front() == "log") {
+        arguments.erase(arguments.begin());
+        return is_writable ? csi_doctor::run_log_command(arguments) : report_unwritable_output();
+    }
+    const csi_doctor::options given = csi_doctor::parse_command_line(arguments);
     if (!given.error.empty()) {
         std::cerr << "csi_doctor: " << given.error << '\n' << csi_doctor::usage;
         return exit_failure;
     }
-    // With standard output closed, the next file or socket would get its descriptor and the text.
-    if (fcntl(STDOUT_FILENO, F_GETFD) == -1) {
+    if (!is_writable) {
         return report_unwritable_output();
     }
     if (given.help || given.version) {

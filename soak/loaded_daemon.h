@@ -57,6 +57,7 @@ public:
     [[nodiscard]] conversation_checker& conversation() { return conversation_; }
     [[nodiscard]] peers::installation& installation() { return installation_; }
     [[nodiscard]] log_reader& log() { return log_; }
+    [[nodiscard]] daemon_process::resources usage() const { return daemon_.usage(); }
     [[nodiscard]] resource_monitor& resources() { return resources_; }
 
 private:

@@ -20,6 +20,8 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0.25, 100'000.0))
         ->capture_default_str();
     app.add_option("--seed", options.seed, "Seed for commands and faults")->capture_default_str();
+    app.add_option("--samples", options.samples,
+                   "CSV file for what the daemon uses in each second, and for the faults");
     bool worst_cases = false;
     app.add_flag("--worst-cases", worst_cases, "Measure the worst cases instead");
     long each_state = 20;

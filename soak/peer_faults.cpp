@@ -50,9 +50,9 @@ void peer_faults::begin(steady_clock::time_point now) {
     const fault& chosen = faults[next % faults.size()];
     const auto duration = schedule_.time_between(2000, 6000);
     due_ = now + duration;
-    const std::string name = failing_->name() + " " + chosen.name;
-    ++counts_[name];
-    report_.print(name + " for " + in_seconds(duration));
+    name_ = failing_->name() + " " + chosen.name;
+    ++counts_[name_];
+    report_.print(name_ + " for " + in_seconds(duration));
     conversation_.begin_peer_fault(failing_->name());
     chosen.apply(*failing_, schedule_);
 }

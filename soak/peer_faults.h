@@ -27,6 +27,8 @@ public:
     void end();
     /// How often each fault has occurred, by name.
     [[nodiscard]] const std::map<std::string, std::size_t>& counts() const { return counts_; }
+    /// The name of the fault in progress; empty for none.
+    [[nodiscard]] std::string in_progress() const { return failing_ == nullptr ? "" : name_; }
 
 private:
     void begin(steady_clock::time_point now);
@@ -36,6 +38,7 @@ private:
     std::vector<peers::datagram_peer*> peers_;
     random_schedule schedule_;
     peers::datagram_peer* failing_ = nullptr;
+    std::string name_;             // of the present or the last fault
     steady_clock::time_point due_; // when the next fault begins, or the present one ends
     std::map<std::string, std::size_t> counts_;
 };

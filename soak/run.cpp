@@ -9,6 +9,7 @@
 #include "soak/loaded_daemon.h"
 #include "soak/peer_faults.h"
 #include "soak/results.h"
+#include "soak/sample_file.h"
 #include "soak/server_faults.h"
 #include "soak/stranger.h"
 
@@ -34,7 +35,8 @@ public:
                          options.seed + 1)
         , peer_faults_(daemon_.installation(), daemon_.conversation(), report, options.seed + 2)
         , bot_absences_(daemon_.installation(), daemon_.bots(), options.seed + 3)
-        , stranger_(report, options.seed + 4) {}
+        , stranger_(report, options.seed + 4)
+        , samples_(options.samples) {}
 
     void run(std::chrono::duration<double> duration);
 
@@ -42,6 +44,7 @@ private:
     void run_with_faults(steady_clock::duration duration);
     void run_without_faults(steady_clock::duration duration);
     void stop_daemon();
+    void sample(steady_clock::time_point now);
 
     reporter& report_;
     loaded_daemon daemon_;
@@ -49,6 +52,7 @@ private:
     peer_faults peer_faults_;
     bot_absences bot_absences_;
     stranger stranger_;
+    sample_file samples_;
 };
 
 void soak_run::run(std::chrono::duration<double> duration) {
@@ -74,6 +78,7 @@ void soak_run::run_with_faults(steady_clock::duration duration) {
         peer_faults_.step(now);
         bot_absences_.step(now);
         stranger_.step(now);
+        sample(now);
     });
     report_.print("no more faults from here on");
     stranger_.leave();
@@ -90,12 +95,19 @@ void soak_run::run_with_faults(steady_clock::duration duration) {
 /// The faults must have no after-effects: the daemon is fast again, and its memory does not grow.
 void soak_run::run_without_faults(steady_clock::duration duration) {
     const std::size_t before = daemon_.conversation().counts().replies;
-    daemon_.run_for(duration, [] {});
+    daemon_.run_for(duration, [this] { sample(steady_clock::now()); });
     const auto replies = static_cast<double>(daemon_.conversation().counts().replies - before);
     const double rate = replies / std::chrono::duration<double>(duration).count();
     report_.add_figure("replies per second without faults",
                        std::to_string(static_cast<long>(rate)));
     report_.expect(rate >= min_replies_per_second, return_check, "but it is slow");
+}
+
+void soak_run::sample(steady_clock::time_point now) {
+    if (samples_.is_due(now)) {
+        samples_.add(now, daemon_.usage(), daemon_.conversation().counts().replies,
+                     server_faults_.in_progress(), peer_faults_.in_progress());
+    }
 }
 
 /// Under load, and during a scan if one starts in time.

@@ -13,6 +13,7 @@ struct run_options {
     std::string folder; // for configurations, logs and output; must exist
     double minutes = 2;
     std::uint32_t seed = 1;
+    std::string samples; // path of the file for samples; empty: none
 };
 
 /// Throws std::runtime_error when the peers or the daemon cannot be started. Every other failure

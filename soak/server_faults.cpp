@@ -109,6 +109,10 @@ void server_faults::end() {
     state_ = state::recovering;
 }
 
+std::string server_faults::in_progress() const {
+    return state_ == state::failing ? faults[fault_].name : "";
+}
+
 void server_faults::end_hostile_server() {
     if (!hostile_) {
         return;

@@ -33,6 +33,9 @@ public:
     /// Whether there is no fault, and the daemon has come back from the last one.
     [[nodiscard]] bool recovered() const { return state_ == state::calm; }
 
+    /// The name of the fault in progress; empty for none.
+    [[nodiscard]] std::string in_progress() const;
+
     /// How often each fault has occurred, by name.
     [[nodiscard]] const std::map<std::string, std::size_t>& counts() const { return counts_; }
     [[nodiscard]] steady_clock::duration longest_recovery() const { return longest_recovery_; }
