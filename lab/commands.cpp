@@ -119,11 +119,11 @@ command_result set_running(const words& typed, const stage& on) {
     return say("done");
 }
 
-command_result run_daemon(bool start, const stage& on) {
+command_result run_daemon(bool start, daemon_runner& daemon) {
     if (start) {
-        return say(on.daemon->start() ? "the daemon is started" : "the daemon runs already");
+        return say(daemon.start() ? "the daemon is started" : "the daemon runs already");
     }
-    const std::string end = on.daemon->stop();
+    const std::string end = daemon.stop();
     return say(end.empty() ? "the daemon does not run" : "the daemon " + end);
 }
 
@@ -246,8 +246,8 @@ command_result run_checked(const words& typed, const std::string& line, const st
     if (is_json_command(typed) || is_raw(typed)) {
         return queue(is_raw(typed) ? text_after_raw(line) : line, on);
     }
-    if (starts_or_stops_daemon(typed)) {
-        return run_daemon(typed[0] == "start", on);
+    if (on.daemon != nullptr && starts_or_stops_daemon(typed)) {
+        return run_daemon(typed[0] == "start", *on.daemon);
     }
     const auto* found = std::find_if(table.begin(), table.end(),
                                      [&](const row& one) { return one.word == typed[0]; });

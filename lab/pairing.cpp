@@ -35,7 +35,7 @@ std::optional<entry> pairing::request_of(const entry& what) {
         add_request(what);
         return what.to == "server" ? take_command(what) : std::nullopt;
     }
-    const auto request = take_request(what);
+    auto request = take_request(what);
     // The daemon ignores the answers to its replies and to unsolicited messages.
     const bool is_executed = !request || request->text.empty() || is_attach(*request);
     if (what.from == "server" && !what.text.empty() && is_executed) {

@@ -52,8 +52,9 @@ std::string engine_commands(const std::string& type) {
     const std::string reply = "expect / daemon +-> server +reply +\\{/ within 30s\n";
     for (const char* const command : {"start", "start", "state", "stop", "stop"}) {
         const std::string begin = std::string(R"({"cmd":")") + command;
-        result += begin + R"(","bot":101)" + engine + reply;
-        result += begin + R"(","bots":[101,103])" + engine + reply;
+        for (const char* const bots : {R"(","bot":101)", R"(","bots":[101,103])"}) {
+            result.append(begin).append(bots).append(engine).append(reply);
+        }
     }
     return result;
 }
