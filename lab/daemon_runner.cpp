@@ -67,8 +67,9 @@ pipe_ends make_pipe() {
 
 /// Starts the program with its output to the descriptor. Throws std::runtime_error when it cannot
 /// be executed.
-pid_t spawn(std::string program, std::string argument, int output) {
-    std::array<char*, 3> argv{program.data(), argument.data(), nullptr};
+pid_t spawn(const std::string& program, const std::string& argument, int output) {
+    const std::array<char*, 3> argv{const_cast<char*>(program.c_str()),
+                                    const_cast<char*>(argument.c_str()), nullptr};
     pipe_ends failed_exec = make_pipe();
     const pid_t parent = getpid();
     const pid_t pid = fork();
