@@ -173,7 +173,7 @@ std::optional<peers::http_response> server_relay::pass_on(const peers::http_requ
     what.method = request.method;
     what.path = request.path;
     journal_.record(what);
-    const auto response = [&] {
+    auto response = [&] {
         const std::lock_guard<std::mutex> lock(mutex_);
         return perform(curl_.get(), url_, request);
     }();
