@@ -63,7 +63,7 @@ private:
     std::size_t requests_ = 0;
     std::size_t differences_ = 0;
     std::size_t missing_ = 0;
-    steady_clock::time_point latest_{};
+    steady_clock::time_point latest_ = steady_clock::now();
     std::atomic<bool> stopping_{false};
     std::vector<std::unique_ptr<peers::datagram_peer>> datagram_peers_;
     std::unique_ptr<peers::http_listener> server_; // last: its threads use the above
@@ -239,7 +239,7 @@ int replay_recording(const arguments& given) {
     while (signals.wait(never, milliseconds(50))) {
         const auto seen = player.look();
         if ((seen.complete && seen.idle_time > grace) ||
-            (seen.begun && seen.idle_time > patience)) {
+            ((seen.begun || daemon != nullptr) && seen.idle_time > patience)) {
             break;
         }
     }
