@@ -21,7 +21,7 @@ install(FILES packaging/completion/csi_receiver packaging/completion/csi_doctor
 install(FILES README.md SECURITY.md CONTRIBUTING.md CHANGELOG.md
     DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)
 install(DIRECTORY docs DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
-    FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg" PATTERN figures EXCLUDE)
 install(DIRECTORY examples DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon
     FILES_MATCHING PATTERN "*.py")
 install(DIRECTORY protocol DESTINATION ${csi_receiver_doc_dir} COMPONENT daemon)

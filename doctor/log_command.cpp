@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iostream>
 #include <map>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -121,6 +122,23 @@ std::vector<std::string> in_order_of_rotation(std::vector<std::string> paths) {
     return paths;
 }
 
+std::vector<std::string> missing_between(const std::vector<std::string>& paths) {
+    std::map<std::string, std::set<int>> numbers; // by log
+    for (const std::string& path : paths) {
+        const auto [base, number] = split_rotation(path);
+        numbers[base].insert(number);
+    }
+    std::vector<std::string> missing;
+    for (const auto& [base, given] : numbers) {
+        for (int number = *given.begin(); number < *given.rbegin(); ++number) {
+            if (given.count(number) == 0) {
+                missing.push_back(base + "." + std::to_string(number));
+            }
+        }
+    }
+    return missing;
+}
+
 int run_log_command(const std::vector<std::string>& arguments) {
     const log_options given = parse(arguments);
     if (!given.error.empty()) {
@@ -130,7 +148,7 @@ int run_log_command(const std::vector<std::string>& arguments) {
     if (given.help) {
         return print(std::string(usage) + help + "\n", 0);
     }
-    log_historian historian;
+    log_historian historian(missing_between(given.paths));
     for (const std::string& path : in_order_of_rotation(given.paths)) {
         if (!add_file(path, historian)) {
             return exit_failure;

@@ -11,6 +11,9 @@ namespace csi_doctor {
 /// order given.
 [[nodiscard]] std::vector<std::string> in_order_of_rotation(std::vector<std::string> paths);
 
+/// The files of the same logs that were written between the given ones, but are not among them.
+[[nodiscard]] std::vector<std::string> missing_between(const std::vector<std::string>& paths);
+
 /// `arguments`: those after "log". Returns the exit status.
 [[nodiscard]] int run_log_command(const std::vector<std::string>& arguments);
 

@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "doctor/log_reader.h"
@@ -81,6 +82,7 @@ struct line_place {
 struct log_history {
     std::size_t files = 0;
     std::size_t lines = 0;
+    std::vector<std::string> missing; // files
     maybe_time begin;
     maybe_time end;
     std::size_t backward_steps = 0; // of the clock
@@ -111,6 +113,9 @@ struct log_history {
 /// Builds the history from the files, the oldest one first.
 class log_historian {
 public:
+    explicit log_historian(std::vector<std::string> missing = {}) {
+        history_.missing = std::move(missing);
+    }
     void add(const log_file& file);
     [[nodiscard]] const log_history& history() const { return history_; }
 

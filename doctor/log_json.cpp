@@ -129,6 +129,7 @@ value describe_log(const log_history& history, allocator& memory) {
     json::set(object, "end", time_value(history.end, memory), memory);
     json::set(object, "files", number(history.files), memory);
     json::set(object, "lines", number(history.lines), memory);
+    json::set(object, "missing", texts(history.missing, memory), memory);
     json::set(object, "clock_went_back", number(history.backward_steps), memory);
     return object;
 }

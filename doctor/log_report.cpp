@@ -226,6 +226,9 @@ std::string to_text(const log_history& history) {
                        " to " + time_or(history.end, "no time") + " UTC, " +
                        counted(history.files, "file") + ", " + counted(history.lines, "line") +
                        "\n";
+    for (const std::string& path : history.missing) {
+        text += "Not given: " + printable(path) + ", so there is a gap\n";
+    }
     if (history.backward_steps != 0) {
         text += "The clock went back " + counted(history.backward_steps, "time") +
                 ": lengths may be wrong\n";

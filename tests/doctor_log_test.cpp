@@ -53,7 +53,7 @@ TEST(doctor_log, histories) {
         std::vector<std::string> paths;
         for_each_member(one, "files",
                         [&](const char* name, const auto&) { paths.push_back(name); });
-        log_historian historian;
+        log_historian historian(missing_between(paths));
         for (const std::string& path : in_order_of_rotation(paths)) {
             log_file file;
             file.path = path;

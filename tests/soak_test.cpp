@@ -12,6 +12,7 @@
 #include "soak/contract_checker.h"
 #include "soak/hostile_server.h"
 #include "soak/resource_monitor.h"
+#include "soak/sample_file.h"
 #include "soak/server_faults.h"
 #include "soak/stranger.h"
 #include "support/fixtures.h"
@@ -283,4 +284,23 @@ TEST(soak_attackers, a_stranger_reaches_every_open_port) {
         return received.size() == 4;
     }));
     EXPECT_EQ(received.count(R"({"success":"yes"})"), 1U);
+}
+
+TEST(soak_samples, go_to_the_file_once_per_second) {
+    const temporary_directory directory;
+    const std::string path = directory.path + "/samples.csv";
+    sample_file samples(path);
+    const steady_clock::time_point start = steady_clock::now();
+    for (const auto after : {0ms, 999ms, 1000ms}) {
+        if (samples.is_due(start + after)) {
+            samples.add(start + after, {10, 2, 2048}, 7, "server slow", "");
+        }
+    }
+    EXPECT_TRUE(std::regex_match(
+        read_file(path),
+        std::regex("seconds,anonymous_kib,descriptors,threads,replies,server_fault,"
+                   "peer_fault\n0.*,2,10,2,7,server slow,\n1.*,2,10,2,7,server "
+                   "slow,\n")));
+    EXPECT_FALSE(sample_file("").is_due(start + 1h));
+    EXPECT_THROW(sample_file(directory.path), std::runtime_error);
 }
