@@ -212,7 +212,7 @@ std::string advice(const std::string& failure) {
     const bool is_udp = failure.find(" port 1431") != std::string::npos;
     return std::string("csi_lab: end the program that uses it, perhaps another csi_lab (ss -") +
            (is_udp ? "ulnp shows it), or leave the peer out: --without"
-                   : "tlnp shows it), or choose another port: --http-port") +
+                   : "tlnp shows it), or choose another port: --http-port, --page") +
            "\n";
 }
 

@@ -216,6 +216,12 @@ void finish(arguments& given) {
     }
     check_against(given);
     if (given.page) {
+        const bool plays = given.judged.empty() && given.replayed.empty() &&
+                           given.charted.empty() && given.against.empty() && !given.print_config;
+        if (!plays) {
+            throw CLI::ValidationError("--page",
+                                       "shows only what the lab plays, or a recording with view");
+        }
         validate("--page", [&] { static_cast<void>(parse_page_address(*given.page)); });
     }
     if (!given.chart.empty()) {

@@ -10,7 +10,7 @@
 namespace csi_lab {
 namespace {
 
-constexpr std::uint64_t max_batch = 2000;
+constexpr std::size_t max_batch = 2000;
 
 } // namespace
 
@@ -53,10 +53,11 @@ void page_feed::push(std::string item) {
 page_feed::batch page_feed::read(std::uint64_t from, std::chrono::milliseconds time) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait_for(lock, time, [&] { return closed_ || dropped_ + items_.size() > from; });
-    const std::uint64_t first = std::max(from, dropped_) - dropped_;
-    const std::uint64_t end = std::min<std::uint64_t>(items_.size(), first + max_batch);
+    const auto first = static_cast<std::size_t>(
+        std::min<std::uint64_t>(std::max(from, dropped_) - dropped_, items_.size()));
+    const std::size_t end = std::min(items_.size(), first + max_batch);
     batch result{dropped_ + end, ""};
-    for (std::uint64_t index = first; index < end; ++index) {
+    for (std::size_t index = first; index < end; ++index) {
         result.items += (result.items.empty() ? "" : ",\n") + items_[index];
     }
     result.items = "[" + result.items + "]";

@@ -35,6 +35,7 @@ class Chart {
         this.conversation = conversation;
         this.current = this.anchor = -1;
         this.following = true;
+        this.scroll_to(0);
         this.draw_lanes();
     }
 

@@ -149,9 +149,11 @@ class Conversation {
             this.view.push(row);
             return;
         }
-        const at = this.view.lastIndexOf(row.request);
-        if (at >= 0) {
-            this.view.splice(at, 1);
+        for (let at = this.view.length - 1; at >= Math.max(0, this.view.length - 50); --at) {
+            if (this.view[at] === row.request) { // it was shown until now
+                this.view.splice(at, 1);
+                break;
+            }
         }
         const last = this.view[this.view.length - 1];
         if (last?.polls) {
