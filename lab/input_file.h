@@ -9,7 +9,7 @@
 namespace csi_lab {
 
 /// The longest line of a script or recording, in bytes.
-constexpr std::size_t max_line_size = 16U * 1024U * 1024U;
+constexpr std::size_t max_line_size = std::size_t{16} * 1024 * 1024;
 /// How many wrong lines of a file are reported.
 constexpr std::size_t max_wrong_lines = 20;
 
