@@ -183,6 +183,21 @@ void check_against(const arguments& given) {
     }
 }
 
+void check_page(const arguments& given) {
+    const bool plays = given.judged.empty() && given.replayed.empty() && given.charted.empty() &&
+                       given.against.empty() && !given.print_config;
+    if (given.page && !plays) {
+        throw CLI::ValidationError("--page",
+                                   "shows only what the lab plays, or a recording with view");
+    }
+    if (given.page) {
+        validate("--page", [&] { static_cast<void>(parse_page_address(*given.page)); });
+    }
+    if (!given.chart.empty()) {
+        validate("--output", [&] { static_cast<void>(chart_format_of(given.chart)); });
+    }
+}
+
 void check_without(const arguments& given) {
     peers::installation_options all = given.lab;
     all.without.clear();
@@ -215,18 +230,7 @@ void finish(arguments& given) {
         throw CLI::ValidationError("--json", "excludes --quiet");
     }
     check_against(given);
-    if (given.page) {
-        const bool plays = given.judged.empty() && given.replayed.empty() &&
-                           given.charted.empty() && given.against.empty() && !given.print_config;
-        if (!plays) {
-            throw CLI::ValidationError("--page",
-                                       "shows only what the lab plays, or a recording with view");
-        }
-        validate("--page", [&] { static_cast<void>(parse_page_address(*given.page)); });
-    }
-    if (!given.chart.empty()) {
-        validate("--output", [&] { static_cast<void>(chart_format_of(given.chart)); });
-    }
+    check_page(given);
     if (!given.script.empty()) {
         given.statements = read_script(given.script, given.lab, !given.daemon.empty());
     }
