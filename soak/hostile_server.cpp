@@ -21,8 +21,11 @@ std::string with_length(const std::string& length, const std::string& body) {
     return "HTTP/1.1 200 OK\r\nContent-Length: " + length + "\r\n\r\n" + body;
 }
 
+/// Announces that the connection closes: libcurl repeats a request at most five times on
+/// connections that die, and would not follow all the redirects.
 std::string redirect_to(const std::string& location) {
-    return "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: " + location + "\r\n\r\n";
+    return "HTTP/1.1 302 Found\r\nConnection: close\r\nContent-Length: 0\r\nLocation: " + location +
+           "\r\n\r\n";
 }
 
 /// Whether the request is there with all of its body.
