@@ -60,8 +60,12 @@ public:
     pid_t spawn(std::string program, std::string argument) const {
         std::array<char*, 3> argv{program.data(), argument.data(), nullptr};
         pid_t pid = 0;
-        const int error =
-            posix_spawnp(&pid, program.c_str(), &actions_, &attributes_, argv.data(), environ);
+        // Some C libraries do not report what exec refuses.
+        const bool has_path = program.find('/') != std::string::npos;
+        const int error = has_path && access(program.c_str(), X_OK) != 0
+                              ? errno
+                              : posix_spawnp(&pid, program.c_str(), &actions_, &attributes_,
+                                             argv.data(), environ);
         if (error != 0) {
             throw std::runtime_error(program + ": " + std::generic_category().message(error));
         }
