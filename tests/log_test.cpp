@@ -17,7 +17,10 @@ TEST(log, prefix_is_unpadded_utc) {
     setenv("TZ", "EST5EDT", 1);
     tzset();
     EXPECT_EQ(format_log_prefix(1772874301), "[2026-3-7_9:5:1] ");
-    EXPECT_EQ(format_log_prefix(4102444799), "[2099-12-31_23:59:59] ");
+    if (sizeof(std::time_t) > 4) {
+        EXPECT_EQ(format_log_prefix(static_cast<std::time_t>(4102444799)),
+                  "[2099-12-31_23:59:59] ");
+    }
     captured_output output;
     const std::time_t before = std::time(nullptr);
     log_prefix() << "line " << -7;

@@ -47,6 +47,10 @@ bool write_locked(std::ostream& stream, std::string_view text) {
     stream.clear(); // a line lost to a full disk must not stop the next one
     stream.write(text.data(), static_cast<std::streamsize>(text.size()));
     stream.flush();
+    if (std::ferror(stdout) != 0) { // uClibc-ng's fflush succeeds although the write failed
+        std::clearerr(stdout);
+        stream.setstate(std::ios::badbit);
+    }
     if (!stream) {
         discard_broken_pipe();
     }

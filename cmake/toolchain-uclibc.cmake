@@ -1,0 +1,28 @@
+# Toolchain for 32-bit ARM with uClibc-ng: the compiler that scripts/build-uclibc builds, and the folder
+# with the target's headers and libraries that it fills.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+get_filename_component(uclibc ${CMAKE_CURRENT_LIST_DIR}/../build/uclibc ABSOLUTE)
+set(CMAKE_SYSROOT ${uclibc}/root)
+foreach(language IN ITEMS C CXX)
+    set(CMAKE_${language}_FLAGS_INIT "-mthumb")
+endforeach()
+# libstdc++ names the functions of pthread weakly: in a static program, the calls of those that nothing
+# else asks for would do nothing.
+foreach(name IN ITEMS create join detach once key_create mutex_lock mutex_trylock mutex_timedlock
+        mutex_unlock cond_wait cond_timedwait cond_signal cond_broadcast cond_destroy)
+    string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,-u,pthread_${name}")
+endforeach()
+set(CMAKE_C_COMPILER ${uclibc}/compiler/bin/arm-linux-uclibcgnueabihf-gcc)
+set(CMAKE_CXX_COMPILER ${uclibc}/compiler/bin/arm-linux-uclibcgnueabihf-g++)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# Keep pkg-config away from the build machine's own libraries.
+set(ENV{PKG_CONFIG_DIR} "")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/local/lib/pkgconfig)
