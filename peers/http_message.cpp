@@ -151,7 +151,7 @@ std::string format_response(const http_response& what, bool keep_alive) {
         result += "Location: " + what.location + "\r\n";
     }
     for (const auto& [name, value] : what.headers) {
-        result += name + ": " + value + "\r\n";
+        result.append(name).append(": ").append(value).append("\r\n");
     }
     if (!what.body.empty()) {
         result += "Content-Type: " + what.content_type + "\r\n";
