@@ -6,8 +6,12 @@
 #include <gtest/gtest.h>
 
 #include "core/core_request.h"
+#include "lab/filter.h"
+#include "lab/pairing.h"
 #include "lab/printer.h"
 #include "lab/recording.h"
+#include "lab/replay.h"
+#include "lab/traffic.h"
 #include "peers/core_service.h"
 #include "platform/udp_client.h"
 #include "support/vectors.h"
@@ -86,4 +90,85 @@ TEST(lab_recording, a_line_comes_back_as_it_was) {
         }
         EXPECT_NE(wrong.find(wire_text(one["wrong"])), std::string::npos) << wrong;
     });
+}
+
+TEST(lab_filter, knows_messages_by_their_words) {
+    for_each_case("programs/lab_filters", [](const json::value& one) {
+        std::vector<std::string> only;
+        std::vector<std::string> without;
+        for_each(one, "only", [&](const auto& word) { only.push_back(wire_text(word)); });
+        for_each(one, "not", [&](const auto& word) { without.push_back(wire_text(word)); });
+        csi_lab::filter filter(only, without);
+        for (const char* const list : {"shows", "hides"}) {
+            for_each(one, list, [&](const json::value& written) {
+                const peers::message what{
+                    {}, wire_text(written[0]), wire_text(written[1]), wire_text(written[2])};
+                EXPECT_EQ(filter.shows(what), list == std::string("shows")) << json::write(written);
+            });
+        }
+    });
+}
+
+TEST(lab_pairing, finds_the_request_of_each_answer) {
+    for_each_case("programs/lab_pairs", [](const json::value& one) {
+        csi_lab::pairing pairs;
+        for (const json::value& row : one.GetArray()) {
+            const auto request = pairs.request_of(csi_lab::parse_entry(wire_text(row["line"])));
+            const json::value* const expected = json::find(row, "answers");
+            ASSERT_EQ(request.has_value(), expected != nullptr) << json::write(row);
+            EXPECT_EQ(request ? request->text : "", expected ? wire_text(*expected) : "")
+                << json::write(row);
+        }
+    });
+}
+
+TEST(lab_replay, gives_each_request_its_recorded_answer) {
+    for_each_case("programs/lab_replays", [](const json::value& one) {
+        std::vector<csi_lab::entry> recording;
+        for_each(one, "recording", [&](const json::value& line) {
+            recording.push_back(csi_lab::parse_entry(wire_text(line)));
+        });
+        csi_lab::replay_book book(recording);
+        for_each(one, "asks", [&](const json::value& ask) {
+            const auto given = book.answer(csi_lab::parse_entry(wire_text(ask["request"])));
+            EXPECT_EQ(given.difference.substr(0, ask["difference"].GetStringLength()),
+                      wire_text(ask["difference"]));
+            EXPECT_EQ(given.difference.empty(), ask["difference"].GetStringLength() == 0);
+            ASSERT_EQ(given.answers.size(), ask["answers"].Size()) << json::write(ask);
+            for (rapidjson::SizeType index = 0; index < ask["answers"].Size(); ++index) {
+                const csi_lab::entry& answer = given.answers[index];
+                EXPECT_EQ(answer.event.empty() ? answer.text : answer.event,
+                          wire_text(ask["answers"][index]));
+            }
+        });
+        std::vector<std::string> missing;
+        for_each(one, "missing", [&](const auto& text) { missing.push_back(wire_text(text)); });
+        EXPECT_EQ(book.missing_count(), missing.size());
+        for (const csi_lab::entry& request : book.missing()) {
+            EXPECT_EQ(std::count(missing.begin(), missing.end(), request.text), 1) << request.text;
+        }
+    });
+}
+
+TEST(lab_traffic, is_searched_from_any_line_on) {
+    csi_lab::traffic seen;
+    for (const char* const line : {"one", "two", "[three]", "two"}) {
+        seen.add(line);
+    }
+    const auto found = [&](const char* text, std::size_t first) {
+        return seen.find(csi_lab::pattern(text), first).value_or(99);
+    };
+    EXPECT_EQ(found("w", 0), 1U);
+    EXPECT_EQ(found("w", 2), 3U);
+    EXPECT_EQ(found("[three]", 0), 2U); // a piece of text
+    EXPECT_EQ(found("/^[nt]/", 2), 3U); // an expression
+    EXPECT_EQ(found("//", 0), 99U);     // too short for one
+    EXPECT_EQ(found("four", 0), 99U);
+    EXPECT_EQ(seen.latest(2).front(), "[three]");
+    EXPECT_EQ(seen.latest(9).size(), 4U);
+    for (int count = 0; count < 20'000; ++count) {
+        seen.add("more"); // only so many are kept
+    }
+    EXPECT_EQ(found("two", 0), 99U);
+    EXPECT_EQ(found("more", 0), 4U);
 }
