@@ -1,13 +1,11 @@
 // The HTTP server under the peers and the page: what it takes as a request, and what it sends.
-#include <array>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include "peers/connection.h"
 #include "peers/http_listener.h"
-#include "platform/socket.h"
+#include "support/tcp_client.h"
 #include "support/vectors.h"
 
 using namespace std::chrono_literals;
@@ -28,30 +26,6 @@ std::optional<peers::http_response> echo(const peers::http_request& request,
     return result;
 }
 
-peers::descriptor connect_to(const peers::http_listener& server) {
-    peers::descriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_TRUE(csi_receiver::connect_address(client.get(), "127.0.0.1", server.port()));
-    return client;
-}
-
-void send_all(const peers::descriptor& client, const std::string& text) {
-    // An answer may come, and the connection be closed, before all was sent.
-    static_cast<void>(send(client.get(), text.data(), text.size(), MSG_NOSIGNAL));
-}
-
-/// All that the server sends until it closes the connection.
-std::string read_all(const peers::descriptor& client) {
-    std::string result;
-    std::array<char, 4096> buffer{};
-    while (true) {
-        const ssize_t count = recv(client.get(), buffer.data(), buffer.size(), 0);
-        if (count <= 0) {
-            return result;
-        }
-        result.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-}
-
 /// The text, or the first text as often as the second member says, between the other two.
 std::string written_text(const json::value& written) {
     if (!written.IsArray()) {
@@ -69,16 +43,13 @@ std::string written_text(const json::value& written) {
 TEST(http_listener, takes_requests_as_clients_write_them) {
     const peers::http_listener server(0, 2, echo);
     for_each_case("peers/http_requests", [&](const json::value& one) {
-        const peers::descriptor client = connect_to(server);
-        send_all(client, written_text(one["sends"]));
-        shutdown(client.get(), SHUT_WR);
-        EXPECT_EQ(read_all(client), wire_text(one["gets"]));
+        EXPECT_EQ(exchange(server.port(), written_text(one["sends"])), wire_text(one["gets"]));
     });
 }
 
 TEST(http_listener, asks_for_a_body_only_if_the_client_waits_to_be_asked) {
     const peers::http_listener server(0, 1, echo);
-    const peers::descriptor client = connect_to(server);
+    const peers::descriptor client = connect_to(server.port());
     send_all(client, "POST /x HTTP/1.1\r\nContent-Length: 2\r\nExpect: 100-Continue\r\n\r\n");
     const std::string asked = "HTTP/1.1 100 Continue\r\n\r\n";
     std::string got(asked.size(), '\0');
@@ -94,9 +65,9 @@ TEST(http_listener, serves_others_while_one_client_is_idle_and_ends_at_once) {
     const auto begin = std::chrono::steady_clock::now();
     {
         const peers::http_listener server(0, 2, echo);
-        const peers::descriptor idle = connect_to(server);
+        const peers::descriptor idle = connect_to(server.port());
         send_all(idle, "GET /half HT");
-        const peers::descriptor client = connect_to(server);
+        const peers::descriptor client = connect_to(server.port());
         send_all(client, "GET / HTTP/1.0\r\n\r\n");
         EXPECT_NE(read_all(client).find("GET / |"), std::string::npos);
     }

@@ -1,12 +1,14 @@
 // The page of csi_lab, as far as no browser is needed: tests/page/try drives it with one.
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "lab/chart.h"
 #include "lab/page_feed.h"
 #include "lab/page_server.h"
+#include "support/tcp_client.h"
 #include "support/vectors.h"
 
 using namespace std::chrono_literals;
@@ -63,4 +65,35 @@ TEST(page, feed_keeps_the_latest_and_can_be_read_from_anywhere) {
     EXPECT_EQ(feed.read(99, 0ms).next, 3U);
     feed.close();
     EXPECT_EQ(feed.read(3, 1h).items, "[]");
+}
+
+TEST(page, routes_lead_to_the_lab_and_every_answer_is_guarded) {
+    std::string executed;
+    csi_lab::page_server::source lab{
+        R"({"mode":"live"})",
+        [](std::uint64_t from) { return "{\"next\":" + std::to_string(from + 1) + "}"; },
+        [&executed](const std::string& line) {
+            executed += "<" + line + ">";
+            return std::string(R"({"text":"done"})");
+        }};
+    const csi_lab::page_server live({"127.0.0.1", 0}, lab);
+    lab.execute = nullptr;
+    const csi_lab::page_server viewer({"127.0.0.1", 0}, lab);
+    for_each_case("programs/page_routes", [&](const json::value& one) {
+        const csi_lab::page_server& server = json::find(one, "viewer") == nullptr ? live : viewer;
+        const std::string url = server.url();
+        const std::string host = url.substr(7, url.size() - 8);
+        const std::string body = wire_text(one["body"]);
+        const std::string answer =
+            exchange(static_cast<std::uint16_t>(std::stoi(host.substr(host.find(':') + 1))),
+                     wire_text(one["line"]) + " HTTP/1.1\r\nHost: " + host +
+                         "\r\nContent-Type: application/json\r\nContent-Length: " +
+                         std::to_string(body.size()) + "\r\n\r\n" + body);
+        EXPECT_EQ(answer.rfind("HTTP/1.1 " + wire_text(one["status"]), 0), 0U) << answer;
+        EXPECT_NE(answer.find(wire_text(one["has"])), std::string::npos) << answer;
+        EXPECT_NE(answer.find("\r\nContent-Security-Policy: default-src 'none'; "),
+                  std::string::npos);
+        EXPECT_EQ(answer.find("unsafe-"), std::string::npos);
+        EXPECT_EQ(std::exchange(executed, ""), json::find_string(one, "executes").value_or(""));
+    });
 }
