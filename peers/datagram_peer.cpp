@@ -96,7 +96,7 @@ void datagram_peer::handle(const std::string& request, const sockaddr_in& from) 
     }
     const bool late = present.wrong == wrong_answer::late;
     const auto due = steady_clock::now() + present.delay + (late ? self_.late : no_delay);
-    const int copies = present.duplicate ? 2 : 1;
+    const int copies = present.duplicate || present.wrong == wrong_answer::twice ? 2 : 1;
     const std::vector<std::string> replies = replies_to(request);
     for (const std::string& text : replies) {
         for (int copy = 0; copy < copies; ++copy) {

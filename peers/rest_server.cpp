@@ -226,7 +226,7 @@ http_response rest_server::make_response(route where, bool was_redirected,
     if (wrong != wrong_answer::body || where == route::poll) {
         spoil(wrong, path, result);
     }
-    result.cut = present.cut;
+    result.cut = result.cut || present.cut;
     return result;
 }
 

@@ -81,8 +81,11 @@ const std::vector<wrong_answer_row>& wrong_answers() {
         {"type", wrong_answer::type, "core fusion server", "members have the wrong types"},
         {"long", wrong_answer::too_long, "core fusion server", "answers are too long"},
         {"late", wrong_answer::late, "core fusion server", "answers come after the time-out"},
+        {"twice", wrong_answer::twice, "core fusion", "answers come twice"},
         {"page", wrong_answer::page, "core fusion server", "answers are error pages, not JSON"},
         {"body", wrong_answer::body, "server", "polls without a command have a body, {}"},
+        {"cut", wrong_answer::cut, "server", "bodies break off in the middle"},
+        {"status", wrong_answer::status, "server", "answers have the status 503"},
         {"redirect", wrong_answer::redirect, "server", "requests are redirected"},
     };
     return rows;
@@ -141,6 +144,12 @@ void spoil(wrong_answer kind, const std::string& path, http_response& response) 
         break;
     case wrong_answer::body:
         response.body = response.body.empty() ? "{}" : response.body;
+        break;
+    case wrong_answer::cut:
+        response.cut = true;
+        break;
+    case wrong_answer::status:
+        response.status = 503;
         break;
     case wrong_answer::redirect:
         response.status = 307;

@@ -11,7 +11,20 @@
 
 namespace peers {
 
-enum class wrong_answer { none, mode, interface, type, too_long, late, page, body, redirect };
+enum class wrong_answer {
+    none,
+    mode,
+    interface,
+    type,
+    too_long,
+    late,
+    twice,
+    page,
+    body,
+    cut,
+    status,
+    redirect
+};
 
 /// One that people can ask for.
 struct wrong_answer_row {

@@ -5,6 +5,7 @@
 
 #include "peers/connection.h"
 #include "peers/http_listener.h"
+#include "peers/wrong_answers.h"
 #include "support/tcp_client.h"
 #include "support/vectors.h"
 
@@ -87,4 +88,17 @@ TEST(http_listener, writes_responses_with_what_their_status_needs) {
         EXPECT_EQ(peers::format_response(what, json::find(one, "close") == nullptr),
                   wire_text(one["text"]));
     });
+}
+
+TEST(rest_server, spoils_its_responses_as_ordered) {
+    const json::document cases = read_vector("peers/wrong_responses");
+    for (const auto& one : cases.GetObject()) {
+        peers::http_response what;
+        what.body = R"({"cmd":"scan"})";
+        const auto* const row = peers::find_wrong_answer(json::text_of(one.name));
+        ASSERT_NE(row, nullptr) << wire_text(one.name);
+        peers::spoil(row->kind, "/x", what);
+        EXPECT_EQ(peers::format_response(what, true).rfind(wire_text(one.value), 0), 0U)
+            << wire_text(one.name);
+    }
 }
