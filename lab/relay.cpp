@@ -166,12 +166,7 @@ server_relay::server_relay(peers::journal& record, std::string url)
     }) {}
 
 std::optional<peers::http_response> server_relay::pass_on(const peers::http_request& request) {
-    peers::message what{};
-    what.from = "daemon";
-    what.to = "server";
-    what.text = request.body;
-    what.method = request.method;
-    what.path = request.path;
+    peers::message what = peers::message_of(request);
     journal_.record(what);
     auto response = [&] {
         const std::lock_guard<std::mutex> lock(mutex_);

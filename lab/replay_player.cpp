@@ -149,12 +149,7 @@ std::vector<std::string> replay_player::datagram_replies(const std::string& peer
 
 std::optional<peers::http_response> replay_player::respond(const peers::http_request& request,
                                                            const peers::connection& client) {
-    peers::message asked{};
-    asked.from = "daemon";
-    asked.to = "server";
-    asked.text = request.body;
-    asked.method = request.method;
-    asked.path = request.path;
+    const peers::message asked = peers::message_of(request);
     journal_.record(asked);
     const auto answers = ask(*recorder().entry_of(asked)).answers;
     if (answers.empty()) {

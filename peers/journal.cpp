@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+#include "peers/http_message.h"
+
 namespace peers {
 namespace {
 
@@ -12,6 +14,16 @@ bool went(const message& what, std::string_view from, std::string_view to) {
 }
 
 } // namespace
+
+message message_of(const http_request& request) {
+    message result{};
+    result.from = "daemon";
+    result.to = "server";
+    result.text = request.body;
+    result.method = request.method;
+    result.path = request.path;
+    return result;
+}
 
 journal::journal(std::size_t limit)
     : limit_(std::max<std::size_t>(limit, 1)) {}

@@ -25,6 +25,11 @@ struct message {
     std::string event{};  // "timeout" instead of an answer, "cut" for one that broke off
 };
 
+struct http_request;
+
+/// The daemon's HTTP request as a message.
+[[nodiscard]] message message_of(const http_request& request);
+
 /// Any thread may call any function. Predicates and the observer run under the journal's lock, in
 /// the order of the messages: they must not call the journal.
 class journal {

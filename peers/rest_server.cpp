@@ -166,11 +166,7 @@ rest_server::route rest_server::route_of(const http_request& request) const {
 }
 
 void rest_server::record(http_request request, const std::string& path, route where) {
-    message what{};
-    what.from = "daemon";
-    what.to = "server";
-    what.text = request.body;
-    what.method = request.method;
+    message what = message_of(request);
     what.path = path;
     journal_.record(std::move(what));
     {
