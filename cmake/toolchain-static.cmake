@@ -54,12 +54,4 @@ set(link_flags -fuse-ld=lld -static-pie -rtlib=libgcc -unwindlib=none
 list(JOIN link_flags " " CMAKE_EXE_LINKER_FLAGS_INIT)
 set(CMAKE_CXX_STANDARD_LIBRARIES_INIT "-lc++abi -lunwind")
 
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-# Keep pkg-config away from the build machine's own libraries.
-set(ENV{PKG_CONFIG_DIR} "")
-set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
-set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/local/lib/pkgconfig)
+include(${CMAKE_CURRENT_LIST_DIR}/search-sysroot.cmake)

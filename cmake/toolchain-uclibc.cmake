@@ -17,12 +17,4 @@ set(CMAKE_C_COMPILER ${uclibc}/compiler/bin/arm-linux-uclibcgnueabihf-gcc)
 set(CMAKE_CXX_COMPILER ${uclibc}/compiler/bin/arm-linux-uclibcgnueabihf-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
 
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-# Keep pkg-config away from the build machine's own libraries.
-set(ENV{PKG_CONFIG_DIR} "")
-set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
-set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/local/lib/pkgconfig)
+include(${CMAKE_CURRENT_LIST_DIR}/search-sysroot.cmake)

@@ -1,23 +1,22 @@
-/// Opens and reads the files that people give to the lab.
+/// Reads the files that people give to the lab.
 #pragma once
 
 #include <cstddef>
-#include <fstream>
+#include <functional>
 #include <istream>
 #include <string>
 
 namespace csi_lab {
 
-/// The longest line of a script or recording, in bytes.
-constexpr std::size_t max_line_size = std::size_t{16} * 1024 * 1024;
-/// How many wrong lines of a file are reported.
-constexpr std::size_t max_wrong_lines = 20;
+using line_function = std::function<void(std::size_t number, const std::string& line)>;
 
-/// Throws input_error with the reason if the file cannot be read.
-[[nodiscard]] std::ifstream open_input(const std::string& path);
+/// Gives each line, without its end and with its number from 1, to a function. What the function
+/// throws as std::runtime_error is collected: at the end, this throws input_error that names the
+/// bad lines, or earlier if this cannot be a text file, such as /dev/zero.
+void read_lines(std::istream& from, const line_function& read);
 
-/// Reads the next line without its end. False at the end of the file. Throws input_error when this
-/// cannot be a text file, such as /dev/zero.
-[[nodiscard]] bool read_line(std::istream& from, std::string& line);
+/// The same for a file, or for standard input if the path is "-". Throws input_error if the file
+/// cannot be read.
+void read_lines(const std::string& path, const line_function& read);
 
 } // namespace csi_lab

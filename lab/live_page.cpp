@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <iostream>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::size_t kept_items = 60'000; // as many as a page keeps
 constexpr std::chrono::seconds longest_read(5);
+constexpr std::uint64_t max_version = 1'000'000'000'000; // JavaScript's numbers have 53 bits
 
 /// A line typed in the page: as if it were typed in the terminal, which shows it, too.
 std::string execute_line(const std::string& line, session& of) {
@@ -31,11 +33,17 @@ std::string execute_line(const std::string& line, session& of) {
     return "{}"; // what it changed comes with the feed
 }
 
-std::string read_feed(page_feed& feed, std::uint64_t from, session& of) {
-    const page_feed::batch batch = feed.read(from, longest_read);
+/// The state, which is large with many Bots, only if the page does not have it yet.
+std::string read_feed(page_feed& feed, page_server::position from, session& of) {
+    const page_feed::batch batch = feed.read(from.item, longest_read);
+    const auto silent_for = feed.silent_for();
+    const std::string state = describe_peers(of.on());
+    const std::uint64_t version = std::hash<std::string>()(state) % max_version + 1;
     return "{\"run\":\"" + feed.run() + "\",\"next\":" + std::to_string(batch.next) +
            ",\"items\":" + batch.items +
-           ",\"state\":" + describe_peers(of.on(), feed.silent_for()) + "}";
+           ",\"silent_for\":" + (silent_for ? std::to_string(*silent_for) : "null") +
+           ",\"version\":" + std::to_string(version) +
+           (version == from.version ? "" : ",\"state\":" + state) + "}";
 }
 
 } // namespace
@@ -48,7 +56,7 @@ live_page::serving::serving(live_page& page, session& of, printer& to)
     : feed_(page.feed_)
     , to_(to)
     , server_(page.at_, {describe_facts(of.on()),
-                         [this, &of](std::uint64_t from) { return read_feed(feed_, from, of); },
+                         [this, &of](auto from) { return read_feed(feed_, from, of); },
                          [&of](const std::string& line) { return execute_line(line, of); }}) {
     to_.say("The page: " + server_.url());
     to_.copy([this](const std::string& line) { feed_.note("said", line); });
@@ -66,8 +74,7 @@ int view_recording(const std::string& path, const page_address& at) {
     json::set(facts, "name", path, facts.GetAllocator());
     console signals;
     const page_server server(
-        at,
-        {json::write(facts), [&items](std::uint64_t) { return "{\"items\":" + items + "}"; }, {}});
+        at, {json::write(facts), [&items](auto) { return "{\"items\":" + items + "}"; }, {}});
     std::cout << "The recording is at " << server.url() << " until Ctrl-C." << std::endl;
     const peers::waker never;
     while (signals.wait(never, std::chrono::hours(1))) {

@@ -155,7 +155,9 @@ peers::http_response page_server::respond(const peers::http_request& request) co
         return make_response(200, source_.facts, json_type);
     }
     if (path == "/feed") {
-        return make_response(200, source_.read(number_parameter(request.path, "from")), json_type);
+        const position from{number_parameter(request.path, "from"),
+                            number_parameter(request.path, "version")};
+        return make_response(200, source_.read(from), json_type);
     }
     struct file {
         std::string_view path;

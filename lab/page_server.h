@@ -30,9 +30,14 @@ struct page_address {
 /// a time, and must return when the server is destroyed.
 class page_server {
 public:
+    /// What a page has.
+    struct position {
+        std::uint64_t item;    // all before this number
+        std::uint64_t version; // of the state; 0: none
+    };
     struct source {
         std::string facts;                               // JSON, for the page's start
-        std::function<std::string(std::uint64_t)> read;  // items from this number on, as JSON
+        std::function<std::string(position)> read;       // what it has not, as JSON
         std::function<std::string(std::string)> execute; // a typed line; empty: none are taken
     };
 

@@ -158,10 +158,8 @@ std::string describe_facts(const stage& on) {
     return json::write(result.root());
 }
 
-std::string describe_peers(const stage& on, std::optional<double> silent_for) {
+std::string describe_peers(const stage& on) {
     description result;
-    json::set(result.root(), "silent_for", silent_for ? json::value(*silent_for) : json::value(),
-              result.memory());
     if (on.lab.has_server()) {
         json::set(result.root(), "server", describe_server(result, on.lab.server()),
                   result.memory());

@@ -1,7 +1,6 @@
 /// What the page shows of the installation, as JSON.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "lab/commands.h"
@@ -12,8 +11,7 @@ namespace csi_lab {
 /// What does not change: the Bots, the kinds of wrong answers, the schemas of the commands.
 [[nodiscard]] std::string describe_facts(const stage& on);
 
-/// What each peer is doing and how it misbehaves. `silent_for` is how many seconds ago the daemon
-/// last sent something, nullopt if it has not yet.
-[[nodiscard]] std::string describe_peers(const stage& on, std::optional<double> silent_for);
+/// What each peer is doing and how it misbehaves.
+[[nodiscard]] std::string describe_peers(const stage& on);
 
 } // namespace csi_lab

@@ -4,13 +4,11 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <iostream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 
 #include "lab/encoding.h"
-#include "lab/input_error.h"
 #include "lab/input_file.h"
 #include "peers/core_service.h"
 #include "platform/json.h"
@@ -76,6 +74,15 @@ void read_time(const json::value& object, entry& to) {
     to.time = time == nullptr ? 0 : time->GetDouble();
 }
 
+auto add_entry_to(std::vector<entry>& result) {
+    return [&result](std::size_t number, const std::string& line) {
+        if (line.find_first_not_of(" \t\r") != std::string::npos) {
+            result.push_back(parse_entry(line));
+            result.back().line = number;
+        }
+    };
+}
+
 } // namespace
 
 std::string format_entry(const entry& what) {
@@ -124,36 +131,14 @@ entry parse_entry(const std::string& line) {
 
 std::vector<entry> read_recording(std::istream& from) {
     std::vector<entry> result;
-    std::string wrong;
-    std::size_t wrong_count = 0;
-    std::size_t number = 0;
-    for (std::string line; read_line(from, line);) {
-        ++number;
-        if (line.find_first_not_of(" \t\r") == std::string::npos) {
-            continue;
-        }
-        try {
-            result.push_back(parse_entry(line));
-            result.back().line = number;
-        } catch (const std::runtime_error& failure) {
-            if (++wrong_count <= max_wrong_lines) {
-                wrong += "\nline " + std::to_string(number) + ": " + failure.what();
-            }
-        }
-    }
-    if (wrong_count > 0) {
-        throw input_error(std::to_string(wrong_count) +
-                          (wrong_count == 1 ? " bad line:" : " bad lines:") + wrong);
-    }
+    read_lines(from, add_entry_to(result));
     return result;
 }
 
 std::vector<entry> read_recording(const std::string& path) {
-    if (path == "-") {
-        return read_recording(std::cin);
-    }
-    std::ifstream file = open_input(path);
-    return read_recording(file);
+    std::vector<entry> result;
+    read_lines(path, add_entry_to(result));
+    return result;
 }
 
 std::optional<entry> recorder::entry_of(const peers::message& what) const {

@@ -5,13 +5,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iostream>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
-#include "lab/input_error.h"
 #include "lab/input_file.h"
 
 namespace csi_lab {
@@ -77,6 +74,16 @@ statement parse_statement(std::size_t number, const std::string& text,
     return {number, text, std::nullopt, is_command};
 }
 
+auto add_statement_to(std::vector<statement>& result, const peers::installation_options& lab,
+                      bool has_daemon) {
+    return [&result, &lab, has_daemon](std::size_t number, const std::string& line) {
+        const std::string text = trimmed(line);
+        if (!text.empty() && text.front() != '#') {
+            result.push_back(parse_statement(number, text, lab, has_daemon));
+        }
+    };
+}
+
 std::string in_seconds(milliseconds time) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%g s", static_cast<double>(time.count()) / 1000);
@@ -88,37 +95,15 @@ std::string in_seconds(milliseconds time) {
 std::vector<statement> read_script(std::istream& from, const peers::installation_options& lab,
                                    bool has_daemon) {
     std::vector<statement> result;
-    std::string wrong;
-    std::size_t wrong_count = 0;
-    std::size_t number = 0;
-    for (std::string line; read_line(from, line);) {
-        ++number;
-        const std::string text = trimmed(line);
-        if (text.empty() || text.front() == '#') {
-            continue;
-        }
-        try {
-            result.push_back(parse_statement(number, text, lab, has_daemon));
-        } catch (const std::runtime_error& failure) {
-            if (++wrong_count <= max_wrong_lines) {
-                wrong += (wrong.empty() ? "line " : "\nline ") + std::to_string(number) + ": " +
-                         failure.what();
-            }
-        }
-    }
-    if (!wrong.empty()) {
-        throw input_error(wrong);
-    }
+    read_lines(from, add_statement_to(result, lab, has_daemon));
     return result;
 }
 
 std::vector<statement> read_script(const std::string& path, const peers::installation_options& lab,
                                    bool has_daemon) {
-    if (path == "-") {
-        return read_script(std::cin, lab, has_daemon);
-    }
-    std::ifstream file = open_input(path);
-    return read_script(file, lab, has_daemon);
+    std::vector<statement> result;
+    read_lines(path, add_statement_to(result, lab, has_daemon));
+    return result;
 }
 
 script_runner::script_runner(const stage& on, traffic& seen, console& signals, printer& to)

@@ -69,13 +69,15 @@ TEST(page, feed_keeps_the_latest_and_can_be_read_from_anywhere) {
 
 TEST(page, routes_lead_to_the_lab_and_every_answer_is_guarded) {
     std::string executed;
-    csi_lab::page_server::source lab{
-        R"({"mode":"live"})",
-        [](std::uint64_t from) { return "{\"next\":" + std::to_string(from + 1) + "}"; },
-        [&executed](const std::string& line) {
-            executed += "<" + line + ">";
-            return std::string(R"({"text":"done"})");
-        }};
+    csi_lab::page_server::source lab{R"({"mode":"live"})",
+                                     [](csi_lab::page_server::position from) {
+                                         return std::to_string(from.item) + "," +
+                                                std::to_string(from.version);
+                                     },
+                                     [&executed](const std::string& line) {
+                                         executed += "<" + line + ">";
+                                         return std::string(R"({"text":"done"})");
+                                     }};
     const csi_lab::page_server live({"127.0.0.1", 0}, lab);
     lab.execute = nullptr;
     const csi_lab::page_server viewer({"127.0.0.1", 0}, lab);

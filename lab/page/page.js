@@ -5,6 +5,7 @@ const live = chart.conversation; // what the lab sends; a file that is opened ge
 let held = null;                 // while paused: items that are not shown yet
 let facts = null;                // about the lab
 let state = null;                // of its peers
+let silent_for = null;           // seconds since the daemon last sent something
 
 // The selected message
 
@@ -175,20 +176,20 @@ function take(batch) {
         live.add(item);
     });
     note_scan(batch.items);
-    refresh_state(batch.state);
+    refresh_state(batch);
     refresh_bots();
     chart.redraw();
 }
 
 async function follow_feed() {
-    for (let from = 0, run = '';;) {
+    for (let from = 0, run = '', version = 0;;) {
         try {
-            const batch = await (await fetch(`feed?from=${from}&run=${run}`)).json();
+            const batch = await (await fetch(`feed?from=${from}&version=${version}&run=${run}`)).json();
             if (batch.run !== run && run !== '') {
                 location.reload(); // another lab
                 return;
             }
-            ({run, next: from} = batch);
+            ({run, version, next: from} = batch);
             take(batch);
             await new Promise(wake => setTimeout(wake, 150)); // several messages at once
         } catch {
@@ -220,27 +221,36 @@ function note_scan(items) {
     }
 }
 
-function refresh_state(next) {
-    if (!next) {
+/// A batch brings the state only if it has changed.
+function refresh_state(batch) {
+    silent_for = batch.silent_for;
+    if (batch.state) {
+        state = batch.state;
+        state.bots = new Map(state.cores.flatMap(core => core.bots).map(bot => [bot.uuid, bot]));
+        refresh_panels();
+    } else {
+        by_id('scan')?.replaceChildren(...scan_of());
+    }
+    refresh_badge();
+}
+
+function refresh_badge() {
+    if (chart.conversation !== live || !state) {
         return;
     }
-    state = next;
-    state.bots = new Map(state.cores.flatMap(core => core.bots).map(bot => [bot.uuid, bot]));
-    const badge = by_id('daemon');
     const attached = state.server?.attached;
-    const away = state.silent_for === null || state.silent_for > 10;
-    if (chart.conversation === live) {
-        badge.className = away ? 'away' : 'attached';
-        badge.textContent = away ? `daemon away${state.silent_for === null ? '' : `: nothing for ${Math.round(state.silent_for)} s`}`
-                                 : attached ? `Zorvin ${attached} attached` : 'daemon not attached';
-    }
-    refresh_panels();
+    const away = silent_for === null || silent_for > 10;
+    const badge = by_id('daemon');
+    badge.className = away ? 'away' : 'attached';
+    badge.textContent = away ? `daemon away${silent_for === null ? '' : `: nothing for ${Math.round(silent_for)} s`}`
+                             : attached ? `Zorvin ${attached} attached` : 'daemon not attached';
 }
 
 /// Those in sight.
 function refresh_panels() {
     if (state && !by_id('installation').hidden) {
-        by_id('installation').replaceChildren(...state.cores.map(zorvin_table), ...scan_of(), ...others_of());
+        by_id('installation').replaceChildren(
+            ...state.cores.map(zorvin_table), make('div', {id: 'scan'}, ...scan_of()), ...others_of());
     }
     if (state && !by_id('faults').hidden) {
         refresh_faults();
@@ -476,7 +486,7 @@ function connect_bar() {
     by_id('failure').addEventListener('click', () => find_failure(1));
     by_id('export').addEventListener('click', export_chosen);
     by_id('file').addEventListener('change', event => event.target.files[0] && open_file(event.target.files[0]));
-    by_id('live').addEventListener('click', () => { chart.show(live); by_id('live').hidden = true; refresh_bots(); refresh_state(state); });
+    by_id('live').addEventListener('click', () => { chart.show(live); by_id('live').hidden = true; refresh_bots(); refresh_badge(); });
     document.querySelectorAll('[role=tab]').forEach(tab => tab.addEventListener('click', () => show_tab(tab.dataset.tab)));
     document.addEventListener('dragover', event => event.preventDefault());
     document.addEventListener('drop', event => {
