@@ -1,4 +1,5 @@
-# Toolchain for statically linked, position-independent programs with musl and libc++, made by clang.
+# Toolchain for statically linked programs with musl and libc++, made by clang: position-independent
+# ones, except for MIPS.
 # CSI_RECEIVER_STATIC_ROOT is the folder with the target's headers and libraries, and
 # CSI_RECEIVER_STATIC_ARCH names the target: see scripts/build-static, which fills the folder.
 set(CMAKE_SYSTEM_NAME Linux)
@@ -11,6 +12,7 @@ string(APPEND flags " -fstack-protector-strong")
 if(CSI_RECEIVER_STATIC_LTO)
     string(APPEND flags " -flto")
 endif()
+set(link_kind -static-pie -Wl,--hash-style=gnu)
 if(CSI_RECEIVER_STATIC_ARCH STREQUAL armv7)
     set(CMAKE_SYSTEM_PROCESSOR armv7l)
     set(triple arm-linux-musleabihf)
@@ -24,7 +26,9 @@ elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL mipsel)
     set(CMAKE_SYSTEM_PROCESSOR mips)
     set(triple mipsel-linux-musl)
     set(emulator qemu-mipsel)
-    string(APPEND flags " -march=mips32r2")
+    # LLVM writes absolute addresses into the unwind tables, which only GNU's linker makes relative.
+    string(APPEND flags " -march=mips32r2 -fno-pic")
+    set(link_kind -static)
 elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL x86_64)
     set(CMAKE_SYSTEM_PROCESSOR x86_64)
     set(triple x86_64-linux-musl)
@@ -48,9 +52,8 @@ set(CMAKE_ASM_COMPILER clang)
 set(CMAKE_AR llvm-ar CACHE STRING "")
 set(CMAKE_RANLIB llvm-ranlib CACHE STRING "")
 
-set(link_flags -fuse-ld=lld -static-pie -rtlib=libgcc -unwindlib=none
-    -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--icf=safe
-    -Wl,--hash-style=gnu -Wl,--build-id=none)
+set(link_flags -fuse-ld=lld ${link_kind} -rtlib=libgcc -unwindlib=none
+    -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--icf=safe -Wl,--build-id=none)
 list(JOIN link_flags " " CMAKE_EXE_LINKER_FLAGS_INIT)
 set(CMAKE_CXX_STANDARD_LIBRARIES_INIT "-lc++abi -lunwind")
 
