@@ -107,7 +107,9 @@ std::string label_of_entry(const entry& what, const std::optional<entry>& reques
     for (const std::string_view name : telling) {
         const json::value* const member = parsed.IsObject() ? json::find(parsed, name) : nullptr;
         const bool is_long = name == "version" && result.rfind("attach", 0) == 0;
-        if (member != nullptr && !is_long) {
+        const bool is_untrue =
+            name == "success" && member != nullptr && member->IsFalse() && !says_failure(parsed);
+        if (member != nullptr && !is_long && !is_untrue) {
             result = result == name ? "" : result; // "rate 25", not "rate rate 25"
             result += (result.empty() ? "" : " ") + describe_member(name, *member);
         }
@@ -131,6 +133,15 @@ void add_schema_texts(annotation& to) {
 }
 
 } // namespace
+
+bool says_failure(const json::value& message) {
+    const json::value* const success =
+        message.IsObject() ? json::find(message, "success") : nullptr;
+    const bool is_start = success != nullptr && json::find_string(message, "cmd") == "start" &&
+                          json::find(message, "engineType") == nullptr &&
+                          json::find(message, "reason") == nullptr;
+    return success != nullptr && success->IsFalse() && !is_start;
+}
 
 annotation annotator::next(const entry& what) {
     annotation result;

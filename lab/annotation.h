@@ -8,6 +8,7 @@
 
 #include "lab/judge.h"
 #include "lab/recording.h"
+#include "platform/json.h"
 
 namespace csi_lab {
 
@@ -19,6 +20,10 @@ struct annotation {
     std::vector<finding> breaches;
     bool repeated = false; // the daemon has sent this request before, without an answer
 };
+
+/// Whether the message says that something failed. The reply to "start" of a Bot has
+/// "success":false even if the Bot was started, but no "reason".
+[[nodiscard]] bool says_failure(const json::value& message);
 
 /// Takes the entries of a recording in their order. For one thread at a time.
 class annotator {

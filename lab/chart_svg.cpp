@@ -9,6 +9,7 @@
 #include "lab/annotation.h"
 #include "lab/chart.h"
 #include "lab/encoding.h"
+#include "platform/json.h"
 
 namespace csi_lab {
 namespace {
@@ -48,6 +49,11 @@ std::string escaped(std::string_view text) {
             result += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
         }
     }
+    for (const std::string_view outlaw : {"\xef\xbf\xbe", "\xef\xbf\xbf"}) { // not allowed in XML
+        for (std::size_t at = 0; (at = result.find(outlaw)) != std::string::npos;) {
+            result.replace(at, outlaw.size(), "?");
+        }
+    }
     return result;
 }
 
@@ -59,7 +65,7 @@ std::string_view style_of(const entry& what, const annotation& with) {
     if (!what.event.empty()) {
         return "lost";
     }
-    if (what.status >= first_error_status) {
+    if (what.status >= first_error_status || says_failure(json::parse(what.text))) {
         return "refused";
     }
     return with.repeated ? "repeated" : "";

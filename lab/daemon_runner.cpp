@@ -133,7 +133,11 @@ bool daemon_runner::start() {
     configuration_path_ = write_temporary_file(configuration_);
     pid_ = spawn(program_, configuration_path_, output.input.get());
     output_ = std::move(output.output);
-    reader_ = std::thread([this] { read_output(); });
+    running_ = true;
+    reader_ = std::thread([this] {
+        read_output();
+        running_ = false;
+    });
     return true;
 }
 

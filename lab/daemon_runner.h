@@ -1,6 +1,7 @@
 /// Runs the daemon, and passes its output on line by line.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -30,6 +31,9 @@ public:
     /// Returns how it ended: "ended with status 0". Empty when it was not started.
     std::string stop();
 
+    /// Whether it runs, as far as its output tells: false soon after its end.
+    [[nodiscard]] bool running() const { return running_; }
+
 private:
     std::string clean_up();
     void read_output();
@@ -40,6 +44,7 @@ private:
     std::mutex mutex_; // held by start and stop
     std::string configuration_path_;
     pid_t pid_ = 0;
+    std::atomic<bool> running_{false};
     csi_receiver::descriptor output_;
     std::thread reader_;
 };

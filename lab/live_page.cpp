@@ -40,7 +40,7 @@ std::string read_feed(page_feed& feed, page_server::position from, session& of) 
     const std::string state = describe_peers(of.on());
     const std::uint64_t version = std::hash<std::string>()(state) % max_version + 1;
     return "{\"run\":\"" + feed.run() + "\",\"next\":" + std::to_string(batch.next) +
-           ",\"items\":" + batch.items +
+           ",\"items\":" + batch.items + ",\"now\":" + std::to_string(feed.now()) +
            ",\"silent_for\":" + (silent_for ? std::to_string(*silent_for) : "null") +
            ",\"version\":" + std::to_string(version) +
            (version == from.version ? "" : ",\"state\":" + state) + "}";
@@ -58,7 +58,7 @@ live_page::serving::serving(live_page& page, session& of, printer& to)
     , server_(page.at_, {describe_facts(of.on()),
                          [this, &of](auto from) { return read_feed(feed_, from, of); },
                          [&of](const std::string& line) { return execute_line(line, of); }}) {
-    to_.say("The page: " + server_.url());
+    to_.say("The page: " + server_.place());
     to_.copy([this](const std::string& line) { feed_.note("said", line); });
 }
 
@@ -75,7 +75,7 @@ int view_recording(const std::string& path, const page_address& at) {
     console signals;
     const page_server server(
         at, {json::write(facts), [&items](auto) { return "{\"items\":" + items + "}"; }, {}});
-    std::cout << "The recording is at " << server.url() << " until Ctrl-C." << std::endl;
+    std::cout << "The recording is at " << server.place() << " until Ctrl-C." << std::endl;
     const peers::waker never;
     while (signals.wait(never, std::chrono::hours(1))) {
     }

@@ -29,11 +29,10 @@ void page_feed::add(const entry& what) {
 }
 
 void page_feed::note(const std::string& kind, const std::string& text) {
-    const std::chrono::duration<double> time = std::chrono::system_clock::now() - start_;
+    const double time = now();
     json::document item(rapidjson::kObjectType);
     json::set(item, "note", kind, item.GetAllocator());
-    json::set(item, "time", json::value(std::round(time.count() * 1000) / 1000),
-              item.GetAllocator());
+    json::set(item, "time", json::value(std::round(time * 1000) / 1000), item.GetAllocator());
     json::set(item, "text", is_utf8(text) ? text : "(not UTF-8)", item.GetAllocator());
     {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -62,6 +61,10 @@ page_feed::batch page_feed::read(std::uint64_t from, std::chrono::milliseconds t
     }
     result.items = "[" + result.items + "]";
     return result;
+}
+
+double page_feed::now() const {
+    return std::chrono::duration<double>(std::chrono::system_clock::now() - start_).count();
 }
 
 std::optional<double> page_feed::silent_for() {

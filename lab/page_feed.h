@@ -33,6 +33,9 @@ public:
     /// the time is up or the feed is closed.
     [[nodiscard]] batch read(std::uint64_t from, std::chrono::milliseconds time);
 
+    /// In seconds, as the items' times.
+    [[nodiscard]] double now() const;
+
     /// How many seconds ago the daemon last sent something; nullopt if it has not yet.
     [[nodiscard]] std::optional<double> silent_for();
 

@@ -82,7 +82,7 @@ peers::http_response judge_lines(const std::string& text) {
 bool has_control_character(std::string_view text) {
     return std::any_of(text.begin(), text.end(), [](char c) {
         const auto code = static_cast<unsigned char>(c);
-        return code < 0x20 || code == 0x7f;
+        return (code < 0x20 && c != '\t') || code == 0x7f;
     });
 }
 
@@ -95,7 +95,7 @@ page_address parse_page_address(const std::string& text) {
         result.address = text.substr(0, colon);
     }
     if (!csi_receiver::is_inet_address(result.address)) {
-        throw std::runtime_error(result.address + " is not an IPv4 address");
+        throw std::runtime_error("\"" + result.address + "\" is not an IPv4 address");
     }
     const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
     if (text.empty()) {
@@ -143,9 +143,17 @@ std::string page_server::url() const {
            std::to_string(listener_.port()) + "/";
 }
 
+std::string page_server::place() const {
+    return url() +
+           (at_.address == "0.0.0.0" ? " and this port of this machine's other addresses" : "");
+}
+
 peers::http_response page_server::respond(const peers::http_request& request) const {
     if (const auto status = refusal(request, {at_.address, listener_.port()})) {
-        return make_error(*status, "refused");
+        return make_error(*status,
+                          *status == wrong_type
+                              ? "Content-Type must be application/json or application/x-ndjson"
+                              : "this is " + url() + ", for nobody but its own page");
     }
     if (request.method == "POST") {
         return answer_post(request);
@@ -180,7 +188,7 @@ peers::http_response page_server::answer_post(const peers::http_request& request
         return judge_lines(request.body);
     }
     if (request.path != "/command" || !source_.execute) {
-        return make_error(wrong_method, "nothing to post to");
+        return make_error(wrong_method, "there is nothing to post to at " + request.path);
     }
     const json::document parsed = json::parse(request.body);
     const auto line = parsed.IsObject() ? json::find_string(parsed, "line") : std::nullopt;

@@ -45,6 +45,8 @@ public:
     page_server(page_address at, source from);
 
     [[nodiscard]] std::string url() const;
+    /// Where the page is, for people.
+    [[nodiscard]] std::string place() const;
 
 private:
     [[nodiscard]] peers::http_response respond(const peers::http_request& request) const;

@@ -113,9 +113,11 @@ json::value describe_core(description& in, peers::core_service& core,
     return result;
 }
 
-json::value describe_server(description& in, const peers::rest_server& server) {
+json::value describe_server(description& in, const stage& on) {
+    const peers::rest_server& server = on.lab.server();
+    const bool has_ended = on.daemon != nullptr && !on.daemon->running();
     json::value result = in.of_peer(server);
-    json::set(result, "attached", server.attached_zorvin(), in.memory());
+    json::set(result, "attached", has_ended ? "" : server.attached_zorvin(), in.memory());
     json::set(result, "port", json::value(server.port()), in.memory());
     json::set(result, "queued", json::value(static_cast<std::uint64_t>(server.queued())),
               in.memory());
@@ -160,9 +162,11 @@ std::string describe_facts(const stage& on) {
 
 std::string describe_peers(const stage& on) {
     description result;
+    if (on.daemon != nullptr) {
+        json::set(result.root(), "daemon_runs", json::value(on.daemon->running()), result.memory());
+    }
     if (on.lab.has_server()) {
-        json::set(result.root(), "server", describe_server(result, on.lab.server()),
-                  result.memory());
+        json::set(result.root(), "server", describe_server(result, on), result.memory());
     }
     const std::vector<peers::routed_bot> bots = peers::bots_of(on.lab.options());
     json::value cores(rapidjson::kArrayType);

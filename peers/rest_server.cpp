@@ -24,6 +24,11 @@ bool is_message_url(const std::string& path, const std::string& api) {
            path.compare(end_of_uuid, suffix.size(), suffix) == 0;
 }
 
+bool is_disconnect(const std::string& command) {
+    const json::document parsed = json::parse(command);
+    return parsed.IsObject() && json::find_string(parsed, "cmd") == "disconnect";
+}
+
 bool is_attach(const std::string& body) {
     const json::document parsed = json::parse(body);
     return parsed.IsObject() && json::find_string(parsed, "request") == "zorvinAttach";
@@ -235,6 +240,9 @@ std::string rest_server::take_body(route where) {
         result = std::move(commands_.front());
         commands_.pop_front();
         answered_ = false;
+        if (is_disconnect(result)) {
+            attached_zorvin_.clear();
+        }
     }
     return result;
 }

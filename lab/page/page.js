@@ -6,6 +6,7 @@ let held = null;                 // while paused: items that are not shown yet
 let facts = null;                // about the lab
 let state = null;                // of its peers
 let silent_for = null;           // seconds since the daemon last sent something
+let now = 0;                     // the lab's time
 
 // The selected message
 
@@ -223,7 +224,7 @@ function note_scan(items) {
 
 /// A batch brings the state only if it has changed.
 function refresh_state(batch) {
-    silent_for = batch.silent_for;
+    ({silent_for, now} = batch);
     if (batch.state) {
         state = batch.state;
         state.bots = new Map(state.cores.flatMap(core => core.bots).map(bot => [bot.uuid, bot]));
@@ -239,11 +240,11 @@ function refresh_badge() {
         return;
     }
     const attached = state.server?.attached;
-    const away = silent_for === null || silent_for > 10;
+    const silent = silent_for > 10 ? `, nothing sent for ${Math.round(silent_for)} s` : '';
     const badge = by_id('daemon');
-    badge.className = away ? 'away' : 'attached';
-    badge.textContent = away ? `daemon away${silent_for === null ? '' : `: nothing for ${Math.round(silent_for)} s`}`
-                             : attached ? `Zorvin ${attached} attached` : 'daemon not attached';
+    badge.className = attached && !silent ? 'attached' : 'away';
+    badge.textContent = state.daemon_runs === false ? 'daemon stopped' : silent_for === null ? 'nothing from the daemon yet'
+        : `${attached ? `Zorvin ${attached} attached` : state.server ? 'daemon not attached' : 'daemon there'}${silent}`;
 }
 
 /// Those in sight.
@@ -277,11 +278,10 @@ function trouble_of(peer) {
 
 function scan_of() {
     const all = state.bots.size;
-    const newest = live.rows[live.rows.length - 1]?.time ?? 0;
-    const running = newest - scan.latest < 2 && scan.found.size < all;
+    const running = now - scan.latest < 2 && scan.found.size < all;
     const count = `${scan.found.size} of ${all} Bots found`;
     return [make('h2', {}, 'Scan'),
-            running ? make('p', {}, make('progress', {max: all, value: scan.found.size}), ` ${count} in ${(newest - scan.since).toFixed(0)} s`)
+            running ? make('p', {}, make('progress', {max: all, value: scan.found.size}), ` ${count} in ${(now - scan.since).toFixed(0)} s`)
                     : make('p', {}, scan.latest < 0 ? 'There was none yet.' : `The latest began at ${seconds(scan.since)} s: ${count}`)];
 }
 
@@ -289,7 +289,7 @@ function others_of() {
     const {server, fusion} = state;
     const engines = fusion?.engines.map(one => `${one.type} for ${one.bot}`).join(', ');
     return [
-        server ? make('p', {}, `Server at port ${server.port}: ${server.attached ? 'attached: Zorvin ' + server.attached : 'nothing attached'}, ` +
+        server ? make('p', {}, `Server at port ${server.port}: ${server.attached ? `Zorvin ${server.attached} attached` : 'nothing attached'}, ` +
                                `${server.queued} commands queued${trouble_of(server)}`) : '',
         fusion ? make('p', {}, `Fusion daemon: ${engines || 'no engine runs'}${trouble_of(fusion)}`) : '',
     ];
