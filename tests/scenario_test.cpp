@@ -21,7 +21,7 @@ public:
         : run_(settings, 3600 * 1000, [this] {
             waits_ = true;
             EXPECT_TRUE(wait_until([this] { return !waits_; }, bound)) << "a turn too many";
-            return now_.load();
+            return now_;
         }) {}
     ~stepped_client() {
         run_.signal(SIGTERM);
@@ -42,8 +42,8 @@ public:
 
 private:
     std::atomic<bool> waits_{false};
-    std::atomic<pacing::time> now_{pacing::time{0}};
-    running_client run_; // last: its thread uses all of the above
+    pacing::time now_{0}; // written only while the client waits
+    running_client run_;  // last: its thread uses all of the above
 };
 
 /// The lines without their times, and without the reasons why requests failed.

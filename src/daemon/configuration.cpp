@@ -42,8 +42,8 @@ bool has_key(const configuration& map, const std::string& key) {
     return map.count(key) != 0;
 }
 
-const std::string& get(configuration& map, const std::string& key) {
-    return map[key];
+const std::string& get(configuration& map, std::string_view key) {
+    return map[std::string(key)];
 }
 
 } // namespace csi_receiver

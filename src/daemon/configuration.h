@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace csi_receiver {
@@ -25,6 +26,6 @@ struct configuration_line {
 [[nodiscard]] bool has_key(const configuration& map, const std::string& key);
 
 /// The value of `key`; adds an empty one when it is absent.
-[[nodiscard]] const std::string& get(configuration& map, const std::string& key);
+[[nodiscard]] const std::string& get(configuration& map, std::string_view key);
 
 } // namespace csi_receiver
