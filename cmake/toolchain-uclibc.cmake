@@ -5,8 +5,9 @@ set(CMAKE_SYSTEM_PROCESSOR armv7l)
 get_filename_component(uclibc ${CMAKE_CURRENT_LIST_DIR}/../build/uclibc ABSOLUTE)
 set(CMAKE_SYSROOT ${uclibc}/root)
 foreach(language IN ITEMS C CXX)
-    set(CMAKE_${language}_FLAGS_INIT "-mthumb")
+    set(CMAKE_${language}_FLAGS_INIT "-mthumb -fstack-protector-strong")
 endforeach()
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-z,relro,-z,now")
 # libstdc++ names the functions of pthread weakly: in a static program, the calls of those that nothing
 # else asks for would do nothing.
 foreach(name IN ITEMS create join detach once key_create mutex_lock mutex_trylock mutex_timedlock
