@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <set>
 #include <string_view>
 #include <utility>
+
+#include <sys/types.h>
 
 #include "doctor/command_line.h"
 #include "doctor/log_history.h"
@@ -56,7 +59,8 @@ log_options parse(const std::vector<std::string>& arguments) {
 }
 
 /// The path without ".1" and the like, and this number; 0 without one.
-std::pair<std::string, int> split_rotation(const std::string& path) {
+std::pair<std::string, int> split_rotation(const std::string& given) {
+    const std::string path = std::filesystem::path(given).lexically_normal(); // "./f.1" is of "f"
     const std::size_t dot = path.size() < 2 ? 0 : path.size() - 2;
     const bool rotated =
         dot > 0 && path[dot] == '.' && path[dot + 1] >= '1' && path[dot + 1] <= '9';
@@ -79,20 +83,61 @@ std::string describe_fault(const regular_file& file) {
     return "";
 }
 
-/// False, with a line on standard error, when the file cannot be read.
-bool add_file(const std::string& path, log_historian& historian) {
-    regular_file file = read_regular_file(path, size_limit);
-    const std::string fault = describe_fault(file);
+bool is_foreign(const log_file& log) {
+    return !log.text.empty() &&
+           std::none_of(log.entries.begin(), log.entries.end(), [](const log_entry& entry) {
+               return entry.time || entry.known.kind != line_kind::unknown;
+           });
+}
+
+std::string describe_foreign(const std::string& text) {
+    return "no line in it is the daemon's" +
+           std::string(text.compare(0, 2, "\x1f\x8b") == 0    ? "; it is compressed by gzip"
+                       : text.find('\0') != std::string::npos ? "; it contains NUL bytes"
+                                                              : "");
+}
+
+/// Reads each file once, even if it is given under several names.
+class log_files {
+public:
+    explicit log_files(std::vector<std::string> missing)
+        : historian_(std::move(missing)) {}
+
+    /// False, with a line on standard error, when the file cannot be read.
+    [[nodiscard]] bool add(const std::string& path);
+    [[nodiscard]] const log_history& history() const { return historian_.history(); }
+
+private:
+    [[nodiscard]] std::string read(const std::string& path);
+
+    log_historian historian_;
+    std::set<std::pair<dev_t, ino_t>> known_;
+};
+
+bool log_files::add(const std::string& path) {
+    const std::string fault = read(path);
     if (!fault.empty()) {
         std::cerr << "csi_doctor: cannot read " << in_quotes(path) << ": " << fault << '\n';
-        return false;
+    }
+    return fault.empty();
+}
+
+/// What keeps the file from being read; empty for nothing.
+std::string log_files::read(const std::string& path) {
+    regular_file file = read_regular_file(path, size_limit);
+    std::string fault = describe_fault(file);
+    if (!fault.empty() || !known_.emplace(file.status.st_dev, file.status.st_ino).second) {
+        return fault;
     }
     log_file log;
     log.path = path;
     log.text = std::move(file.text);
     read_entries(log);
-    historian.add(log);
-    return true;
+    if (is_foreign(log)) {
+        return describe_foreign(log.text);
+    }
+    historian_.add(log);
+    return "";
 }
 
 /// Returns the status, or that of a failure.
@@ -148,13 +193,13 @@ int run_log_command(const std::vector<std::string>& arguments) {
     if (given.help) {
         return print(std::string(usage) + help + "\n", 0);
     }
-    log_historian historian(missing_between(given.paths));
+    log_files files(missing_between(given.paths));
     for (const std::string& path : in_order_of_rotation(given.paths)) {
-        if (!add_file(path, historian)) {
+        if (!files.add(path)) {
             return exit_failure;
         }
     }
-    const log_history& history = historian.history();
+    const log_history& history = files.history();
     return print(given.json  ? to_json(history) + "\n"
                  : given.svg ? to_svg(history)
                              : to_text(history),

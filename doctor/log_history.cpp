@@ -80,6 +80,7 @@ void log_historian::add_entry(const log_file& file, const log_entry& entry) {
         return;
     }
     note_time(entry);
+    note_run(entry);
     switch (entry.known.kind) {
     case line_kind::unknown:
         note_unknown(file, entry);
@@ -93,6 +94,8 @@ void log_historian::add_entry(const log_file& file, const log_entry& entry) {
     case line_kind::not_started:
     case line_kind::terminated:
     case line_kind::died:
+    case line_kind::exception:
+    case line_kind::exited:
         apply_to_run(entry);
         break;
     case line_kind::connected:
@@ -147,8 +150,20 @@ void log_historian::note_time(const log_entry& entry) {
     }
     if (begins_next_) {
         begins_next_ = false;
-        history_.runs.back().begin = entry.time;
-        enter(attachment::starting, entry);
+        daemon_run& run = history_.runs.back();
+        run.begin = entry.time;
+        if (run.how.empty()) {
+            enter(attachment::starting, entry);
+        } else {
+            run.end = entry.time;
+        }
+    }
+}
+
+/// The line with which the run began may be in a file that is no longer there.
+void log_historian::note_run(const log_entry& entry) {
+    if (entry.time && entry.known.kind != line_kind::unknown) {
+        current_run(entry);
     }
 }
 
@@ -166,7 +181,7 @@ void log_historian::apply_to_run(const log_entry& entry) {
         begin_run(entry);
         break;
     case line_kind::bot_added:
-        current_run().bots.emplace(first);
+        current_run(entry).bots.emplace(first);
         break;
     case line_kind::terminated:
         end_run(entry, "SIGTERM or SIGHUP", true);
@@ -174,6 +189,12 @@ void log_historian::apply_to_run(const log_entry& entry) {
     case line_kind::died:
         count_failure("core service " + shortened(first), "broke its protocol", entry);
         end_run(entry, "core service " + shortened(first) + " broke its protocol", false);
+        break;
+    case line_kind::exception:
+        end_run(entry, "exception: " + shortened(first), false);
+        break;
+    case line_kind::exited:
+        end_run(entry, "in order, but no line says why", false);
         break;
     default:
         end_run(entry, "could not start", false);
@@ -194,19 +215,24 @@ void log_historian::begin_run(const log_entry& entry) {
     scanning_ = false;
 }
 
-daemon_run& log_historian::current_run() {
+daemon_run& log_historian::current_run(const log_entry& entry) {
     if (history_.runs.empty()) {
         history_.runs.emplace_back(); // it began before the log
+        history_.runs.back().doubtful = is_doubtful(entry);
     }
     return history_.runs.back();
 }
 
 void log_historian::end_run(const log_entry& entry, const std::string& how, bool expected) {
-    daemon_run& run = current_run();
+    daemon_run& run = current_run(entry);
     if (!run.how.empty()) {
         return;
     }
     run.end = time_of(entry, history_);
+    if (begins_next_ && run.end) {
+        run.begin = run.end;
+        begins_next_ = false;
+    }
     run.how = how;
     run.expected = expected;
     run.doubtful = run.doubtful || is_doubtful(entry);

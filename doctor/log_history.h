@@ -122,6 +122,7 @@ public:
 private:
     void add_entry(const log_file& file, const log_entry& entry);
     void note_time(const log_entry& entry);
+    void note_run(const log_entry& entry);
     bool note_trust(const log_file& file, const log_entry& entry);
     void note_unknown(const log_file& file, const log_entry& entry);
     void apply_to_run(const log_entry& entry);
@@ -130,7 +131,7 @@ private:
     void apply_to_scan(const log_entry& entry);
     void begin_run(const log_entry& entry);
     void end_run(const log_entry& entry, const std::string& how, bool expected);
-    daemon_run& current_run();
+    daemon_run& current_run(const log_entry& entry);
     void enter(attachment state, const log_entry& entry);
     void begin_outage(const log_entry& entry);
     void end_outage(const log_entry& entry, bool over);

@@ -53,17 +53,17 @@ constexpr line_pattern timed_lines[] = {
 constexpr line_pattern other_lines[] = {
     {line_kind::started, "ZW device module version: *"},
     {line_kind::died, "core service * broke its protocol: it answered * with *"},
-    {line_kind::died, "EXCEPTION: *"},
+    {line_kind::exception, "EXCEPTION: *"},
     {line_kind::fusion_answer, "resp from fusion daemon is *"},
     {line_kind::note, "*: JSON assertion failed: *"},
-    {line_kind::note, "Error starting monitor"},
+    {line_kind::not_started, "Error starting monitor"},
     {line_kind::note, "* conf_file"},
     {line_kind::not_started, "config empty or file * could not be opened"},
     {line_kind::not_started, "Set \"*\" in *"},
     {line_kind::not_started, "Error initializing signal handling"},
     {line_kind::note, "Running with a preemptive kernel"},
     {line_kind::note, "Closing monitor client"},
-    {line_kind::note, "Exiting *"},
+    {line_kind::exited, "Exiting *"},
 };
 
 bool starts_with(std::string_view text, std::string_view start) {
@@ -104,8 +104,12 @@ bool take_number(std::string_view& text, char before, int& number) {
 } // namespace
 
 known_line recognise(std::string_view text, bool has_time) {
-    const auto find = [text](const auto& patterns) {
+    const char first = text.empty() ? '\n' : text.front(); // no pattern begins with a line end
+    const auto find = [text, first](const auto& patterns) {
         for (const line_pattern& pattern : patterns) {
+            if (pattern.text.front() != first && pattern.text.front() != '*') {
+                continue;
+            }
             known_line line;
             if (matches(text, pattern.text, line)) {
                 const bool is_name = pattern.text.front() != '*' ||

@@ -15,7 +15,9 @@ enum class line_kind : std::uint8_t {
     bot_added,   // with its id
     not_started, // the reason why the daemon exits
     terminated,  // by a signal, with its name
-    died,        // out of a fault, with its description
+    died,        // by the fault of a core service, with its address
+    exception,   // the daemon ends, with the reason
+    exited,      // the last line, with the daemon's name
     connected,
     disconnected,
     request_failed, // with the URL and the reason

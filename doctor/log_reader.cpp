@@ -1,6 +1,7 @@
 #include "doctor/log_reader.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/json.h"
 
@@ -14,6 +15,23 @@ constexpr std::size_t max_answer = 4096;    // of the core services and the fusi
 constexpr std::size_t max_between = 8192;
 // More repetitions that do not quite fit are made up to keep the reader busy.
 constexpr std::size_t max_inexact = 8;
+
+/// The daemon ends no line with CRLF, but a transfer may have made all line ends so.
+void undo_crlf(std::string& text) {
+    for (std::size_t end = text.find('\n'); end != std::string::npos;
+         end = text.find('\n', end + 1)) {
+        if (end == 0 || text[end - 1] != '\r') {
+            return;
+        }
+    }
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '\r' || at + 1 == text.size() || text[at + 1] != '\n') {
+            text[size++] = text[at];
+        }
+    }
+    text.resize(size);
+}
 
 void split(log_file& file) {
     const std::string_view text = file.text;
@@ -55,9 +73,12 @@ public:
 private:
     using index = std::size_t;
 
-    void mark(std::size_t begin, std::size_t end, line_trust trust);
+    void quote(std::size_t begin, std::size_t end);
+    void doubt(std::size_t begin, std::size_t end) { doubts_.emplace_back(begin, end); }
+    void mark_doubts();
     void read_entry(index at);
     void read_message(index at);
+    [[nodiscard]] std::vector<index> candidates(index at) const;
     [[nodiscard]] std::optional<index> find_object_error(index at) const;
     [[nodiscard]] std::size_t common_size(const log_entry& received, const log_entry& error) const;
     [[nodiscard]] bool repeats(const log_entry& received, const log_entry& error) const;
@@ -77,7 +98,8 @@ private:
     std::string_view rest_; // of the last message, after its first line
     std::string engine_;    // of the last message
     std::vector<index> object_errors_;
-    std::vector<bool> assigned_; // by index: it repeats a message
+    std::vector<bool> assigned_;                              // by index: it repeats a message
+    std::vector<std::pair<std::size_t, std::size_t>> doubts_; // offsets; they overlap
 };
 
 void peer_texts::find() {
@@ -94,6 +116,7 @@ void peer_texts::find() {
         }
     }
     doubt_unassigned();
+    mark_doubts();
 }
 
 void peer_texts::read_entry(index at) {
@@ -122,20 +145,36 @@ void peer_texts::doubt_unassigned() {
     for (const index at : object_errors_) {
         const log_entry entry = file_.entries[at];
         if (entry.trust != line_trust::quoted && !assigned_[at]) {
-            mark(entry.begin - std::min(entry.begin, max_message + max_between),
-                 entry.end + max_message, line_trust::doubtful);
+            doubt(entry.begin - std::min(entry.begin, max_message + max_between),
+                  entry.end + max_message);
         }
     }
 }
 
-/// Marks the entries that begin there, except those that are marked more strongly.
-void peer_texts::mark(std::size_t begin, std::size_t end, line_trust trust) {
+/// Marks the entries that begin there.
+void peer_texts::quote(std::size_t begin, std::size_t end) {
     std::vector<log_entry>& entries = file_.entries;
     auto entry = std::lower_bound(
         entries.begin(), entries.end(), begin,
         [](const log_entry& one, std::size_t offset) { return one.begin < offset; });
     for (; entry != entries.end() && entry->begin < end; ++entry) {
-        entry->trust = std::max(entry->trust, trust);
+        entry->trust = line_trust::quoted;
+    }
+}
+
+/// Marks the entries that begin in doubtful parts, except those that are quoted. In one pass over
+/// the file: thousands of such parts can overlap.
+void peer_texts::mark_doubts() {
+    std::sort(doubts_.begin(), doubts_.end());
+    auto next = doubts_.begin();
+    std::size_t end = 0; // of all parts that have begun
+    for (log_entry& entry : file_.entries) {
+        for (; next != doubts_.end() && next->first <= entry.begin; ++next) {
+            end = std::max(end, next->second);
+        }
+        if (entry.begin < end) {
+            entry.trust = std::max(entry.trust, line_trust::doubtful);
+        }
     }
 }
 
@@ -163,7 +202,8 @@ std::size_t peer_texts::common_size(const log_entry& received, const log_entry& 
 }
 
 bool peer_texts::repeats(const log_entry& received, const log_entry& error) const {
-    return common_size(received, error) == error.begin - received.end;
+    const std::size_t size = error.begin - received.end;
+    return all_.compare(error.end, size, all_, received.end, size) == 0;
 }
 
 /// Whether the line repeats another message with the same first line.
@@ -179,31 +219,42 @@ bool peer_texts::belongs_to_later(index at, index error) const {
     return false;
 }
 
-/// A message that is not an object is logged twice. The line with which it begins for the second
-/// time: if the message contains such lines, the farthest one after which everything since the
-/// first time is repeated; else, when another thread has written in between, the first one.
-std::optional<std::size_t> peer_texts::find_object_error(index at) const {
+/// The lines that begin like the message, close enough to be its repetition.
+std::vector<std::size_t> peer_texts::candidates(index at) const {
     const log_entry& received = file_.entries[at];
-    std::optional<index> exact;
-    std::optional<index> first;
-    std::size_t inexact = 0;
+    std::vector<index> found;
     for (auto next = std::upper_bound(object_errors_.begin(), object_errors_.end(), at);
          next != object_errors_.end(); ++next) {
         const log_entry& error = file_.entries[*next];
         if (error.begin - received.begin > max_message + max_between) {
             break;
         }
-        if (error.trust == line_trust::quoted || assigned_[*next] ||
-            error.known.fields[0] != received.known.fields[0]) {
-            continue;
-        }
-        if (repeats(received, error)) {
-            exact = *next;
-        } else if (!exact && !first && (++inexact > max_inexact || !belongs_to_later(at, *next))) {
-            first = *next;
+        if (error.trust != line_trust::quoted && !assigned_[*next] &&
+            error.known.fields[0] == received.known.fields[0]) {
+            found.push_back(*next);
         }
     }
-    return exact ? exact : first;
+    return found;
+}
+
+/// A message that is not an object is logged twice. The line with which it begins for the second
+/// time: if the message contains such lines, the farthest one after which everything since the
+/// first time is repeated; else, when another thread has written in between, the first one.
+std::optional<std::size_t> peer_texts::find_object_error(index at) const {
+    const log_entry& received = file_.entries[at];
+    const std::vector<index> errors = candidates(at);
+    const auto exact = std::find_if(errors.rbegin(), errors.rend(), [&](index error) {
+        return repeats(received, file_.entries[error]);
+    });
+    if (exact != errors.rend()) {
+        return *exact;
+    }
+    for (std::size_t tried = 0; tried < errors.size(); ++tried) {
+        if (tried == max_inexact || !belongs_to_later(at, errors[tried])) {
+            return errors[tried];
+        }
+    }
+    return std::nullopt;
 }
 
 void peer_texts::read_rejected(index at, index error) {
@@ -212,9 +263,9 @@ void peer_texts::read_rejected(index at, index error) {
     const std::size_t size = common_size(received, again);
     assigned_[error] = true;
     file_.entries[at].message_end = received.end + size;
-    mark(received.end, received.end + size, line_trust::quoted);
-    mark(again.end, again.end + size, line_trust::quoted);
-    mark(received.end + size, again.begin, line_trust::doubtful);
+    quote(received.end, received.end + size);
+    quote(again.end, again.end + size);
+    doubt(received.end + size, again.begin);
 }
 
 /// No line within an object can begin with a time, since that is not JSON.
@@ -232,13 +283,13 @@ void peer_texts::read_object(index at) {
     rest_ = all_.substr(entry.end, end - entry.end);
     engine_ = json::find_string(message, "engineType").value_or("");
     file_.entries[at].message_end = end;
-    mark(entry.end, end, line_trust::quoted);
+    quote(entry.end, end);
 }
 
 /// For a line that ends with the last message.
 void peer_texts::read_repetition(const log_entry& entry) {
     if (all_.substr(entry.end, rest_.size()) == rest_) {
-        mark(entry.end, entry.end + rest_.size(), line_trust::quoted);
+        quote(entry.end, entry.end + rest_.size());
     }
 }
 
@@ -248,14 +299,14 @@ void peer_texts::read_engine(const log_entry& entry) {
     const std::string expected = engine_ + " engine";
     const std::size_t begin = offset_of(field);
     if (all_.substr(begin, expected.size()) == expected) {
-        mark(entry.end, begin + expected.size(), line_trust::quoted);
+        quote(entry.end, begin + expected.size());
     } else {
         doubt_after(entry, field, max_message);
     }
 }
 
 void peer_texts::doubt_after(const log_entry& entry, std::string_view field, std::size_t size) {
-    mark(entry.end, offset_of(field) + size, line_trust::doubtful);
+    doubt(entry.end, offset_of(field) + size);
 }
 
 } // namespace
@@ -271,6 +322,7 @@ command_kind kind_of_command(std::string_view text) {
 }
 
 void read_entries(log_file& file) {
+    undo_crlf(file.text);
     split(file);
     peer_texts(file).find();
 }

@@ -58,7 +58,8 @@ struct log_file {
     }
 };
 
-/// Fills in all except the path, from the text. The text must not be moved afterwards.
+/// Fills in all except the path, from the text, which gets the daemon's line ends. The text must
+/// not be moved afterwards.
 void read_entries(log_file& file);
 
 } // namespace csi_doctor

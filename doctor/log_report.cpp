@@ -10,6 +10,8 @@ namespace csi_doctor {
 namespace {
 
 constexpr std::size_t max_rows = 10;
+constexpr std::size_t time_width = 19;
+constexpr std::size_t length_width = 22;
 constexpr const char* mark = " (?)"; // of what rests on doubtful lines
 
 std::string time_or(const maybe_time& time, const char* otherwise) {
@@ -49,22 +51,28 @@ std::string first_rows(const std::string& title, const std::vector<std::string>&
     return rows.size() <= max_rows ? text : text + rows_left_out(rows.size() - max_rows, "kinds");
 }
 
+/// The time of its begin follows.
 const char* name_of(attachment state) {
     switch (state) {
     case attachment::attached:
-        return "attached";
+        return "attached since ";
     case attachment::outage:
-        return "not attached: outage";
+        return "not attached: outage since ";
     case attachment::disconnected:
-        return "not attached: the server disconnected it";
+        return "not attached: the server disconnected it at ";
     case attachment::starting:
-        return "not attached since its start";
-    case attachment::stopped:
-        return "ended";
+        return "not attached since its start at ";
+    case attachment::stopped: // the run before
+        return "not attached since the last run's end at ";
     case attachment::unknown:
         break;
     }
     return "unknown whether attached";
+}
+
+/// Only a run whose first line is in the log has a version.
+std::string begin_of(const daemon_run& run) {
+    return time_or(run.begin, run.version.empty() ? "before the log" : "an unknown time");
 }
 
 std::string describe_state(const log_history& history) {
@@ -73,15 +81,14 @@ std::string describe_state(const log_history& history) {
     }
     const daemon_run& run = history.runs.back();
     if (!run.how.empty()) {
-        return "Ended " + time_or(run.end, "at an unknown time") + ": " + run.how +
+        return "Ended " + time_or(run.end, "at an unknown time") + ": " + printable(run.how) +
                mark_if(run.doubtful);
     }
     const std::string version = run.version.empty() ? "" : "Version " + printable(run.version);
     std::string text = (version.empty() ? "Running" : version + ", running") + " since " +
-                       time_or(run.begin, "before the log") + mark_if(run.doubtful) + ", " +
-                       name_of(history.state());
+                       begin_of(run) + mark_if(run.doubtful) + ", " + name_of(history.state());
     if (!history.states.empty()) {
-        text += " since " + time_or(history.states.back().begin, "before the log") +
+        text += time_or(history.states.back().begin, "before the log") +
                 mark_if(history.states.back().doubtful);
     }
     return text;
@@ -90,31 +97,40 @@ std::string describe_state(const log_history& history) {
 std::string describe_runs(const log_history& history) {
     std::vector<std::string> rows;
     for (const daemon_run& run : history.runs) {
-        rows.push_back(time_or(run.begin, "before the log     ") + "  " +
+        rows.push_back(padded(begin_of(run), time_width) + "  " +
                        (run.how.empty() ? "still running"
-                                        : "ended " + time_or(run.end, "?") + ": " + run.how) +
+                                        : "ended " + time_or(run.end, "at an unknown time") + ": " +
+                                              printable(run.how)) +
                        mark_if(run.doubtful));
     }
     return last_rows(counted(rows.size(), "run") + " of the daemon", rows);
 }
 
+std::string at_least_if(bool lasts) {
+    return lasts ? "at least " : "";
+}
+
 std::string describe_outages(const log_history& history) {
     std::vector<std::string> rows;
     log_time sum = 0;
+    bool lasts = false; // the last one, and nobody knows how long
     for (const outage& one : history.outages) {
         const log_time end = one.end.value_or(history.end.value_or(one.begin));
         const log_time length = std::max<log_time>(end - one.begin, 0);
         sum += length;
-        rows.push_back(format_time(one.begin) + "  " + padded(format_length(length), 12) +
+        lasts = !one.end;
+        rows.push_back(format_time(one.begin) + "  " +
+                       padded(at_least_if(lasts) + format_length(length), length_width) +
                        printable(one.reason) +
                        (one.over  ? ""
                         : one.end ? ", until the daemon ended"
                                   : ", not over") +
                        mark_if(one.doubtful));
     }
-    return last_rows(counted(rows.size(), "outage") +
-                         (rows.empty() ? "" : ", " + format_length(sum) + " in all"),
-                     rows);
+    return last_rows(
+        counted(rows.size(), "outage") +
+            (rows.empty() ? "" : ", " + at_least_if(lasts) + format_length(sum) + " in all"),
+        rows);
 }
 
 template<class map, class describe_type>

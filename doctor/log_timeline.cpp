@@ -117,13 +117,14 @@ std::string timeline::draw_states() const {
     const std::vector<state_change>& states = history_.states;
     for (std::size_t at = 0; at < states.size(); ++at) {
         const log_time begin = states[at].begin.value_or(begin_);
-        const log_time end =
-            at + 1 < states.size() ? states[at + 1].begin.value_or(begin) : *history_.end;
+        const bool is_last = at + 1 == states.size();
+        const log_time end = is_last ? *history_.end : states[at + 1].begin.value_or(begin);
         const band_kind kind = kind_of(states[at].state);
         const std::string doubt = states[at].doubtful ? " doubtful" : "";
         const double size = std::max(x_of(end) - x_of(begin), 1.0); // the shortest can be seen, too
         text += rectangle({x_of(begin), row_top(0), size, bar_height}, kind.name + doubt,
                           std::string(kind.label) + " from " + format_time(begin) + ", " +
+                              (is_last ? "at least " : "") +
                               format_length(std::max<log_time>(end - begin, 0)));
     }
     return text;

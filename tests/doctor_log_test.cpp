@@ -140,6 +140,12 @@ TEST(doctor_log, command_line) {
     const temporary_directory directory;
     const std::string good = directory.write("csi_receiver.log", "ZW device module version: 1\n");
     const std::string large = directory.write("large", std::string(4'194'304, '\n'));
+    const std::string rotated = directory.write("csi_receiver.log.1", "[2026-1-1_1:1:1] Scan");
+    const std::string other = directory.write("other", "[section]\nkey=value\n");
+    const std::string binary = directory.write("binary", std::string("\x7f"
+                                                                     "ELF\0\n",
+                                                                     6));
+    const std::string compressed = directory.write("x.gz", std::string("\x1f\x8b\x08\0", 4));
     const std::string fifo = directory.path + "/fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
     const struct {
@@ -147,7 +153,7 @@ TEST(doctor_log, command_line) {
         int status;
         const char* says;
     } rows[] = {
-        {{good}, 0, "Version 1, running since before the log"},
+        {{good}, 0, "Version 1, running since an unknown time"},
         {{"--json", good}, 0, R"({"log":{"begin":null)"},
         {{good, "--svg"}, 0, "No line of the log has a time."},
         {{"--help"}, 0, "usage: csi_doctor CONF"},
@@ -158,6 +164,13 @@ TEST(doctor_log, command_line) {
         {{good, directory.path + "/none"}, 2, "No such file"},
         {{fifo}, 2, "it is a FIFO"},
         {{large}, 2, "it has 4 MiB or more"},
+        {{good, rotated, good}, 0, " UTC, 2 files, 2 lines"},
+        {{good, directory.path + "/./csi_receiver.log"}, 0, " UTC, 1 file, 1 line"},
+        {{good, directory.path + "/./csi_receiver.log.1"}, 0, "Version 1, running"},
+        {{directory.write("empty", "")}, 0, "No run of the daemon"},
+        {{good, other}, 2, "/other\": no line in it is the daemon's\n"},
+        {{binary}, 2, "no line in it is the daemon's; it contains NUL bytes\n"},
+        {{compressed}, 2, "no line in it is the daemon's; it is compressed by gzip\n"},
     };
     for (const auto& row : rows) {
         EXPECT_NE(output_of(row.arguments, row.status).find(row.says), std::string::npos)
@@ -178,8 +191,8 @@ TEST(doctor_log, timeline) {
     for (const char* words :
          {R"(<rect x="110.0" y="58.0" width="430.0" height="24.0" class="attached">)",
           R"(<rect x="540.0" y="58.0" width="430.0" height="24.0" class="outage"><title>outage )"
-          "from 2026-11-21 06:00:00, 6 h<",
-          "2, at most 1 per column"}) {
+          "from 2026-11-21 06:00:00, at least 6 h<",
+          "attached from 2026-11-21 00:00:00, 6 h<", "2, at most 1 per column"}) {
         EXPECT_NE(svg.find(words), std::string::npos) << words << svg;
     }
 }
