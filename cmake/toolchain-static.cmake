@@ -26,8 +26,9 @@ elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL mipsel)
     set(CMAKE_SYSTEM_PROCESSOR mips)
     set(triple mipsel-linux-musl)
     set(emulator qemu-mipsel)
-    # LLVM writes absolute addresses into the unwind tables, which only GNU's linker makes relative.
-    string(APPEND flags " -march=mips32r2 -fno-pic")
+    # LLVM writes absolute addresses into the unwind tables, which only GNU's linker makes relative. Its
+    # unwinder gives up at a function that saves a floating point register, unless it knows their size.
+    string(APPEND flags " -march=mips32r2 -mfp32 -fno-pic")
     set(link_kind -static)
 elseif(CSI_RECEIVER_STATIC_ARCH STREQUAL x86_64)
     set(CMAKE_SYSTEM_PROCESSOR x86_64)

@@ -1,5 +1,6 @@
 #include "peers/datagram_peer.h"
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <system_error>
@@ -96,12 +97,10 @@ void datagram_peer::handle(const std::string& request, const sockaddr_in& from) 
     }
     const bool late = present.wrong == wrong_answer::late;
     const auto due = steady_clock::now() + present.delay + (late ? self_.late : no_delay);
-    const int copies = present.duplicate || present.wrong == wrong_answer::twice ? 2 : 1;
+    const bool twice = present.duplicate || present.wrong == wrong_answer::twice;
     const std::vector<std::string> replies = replies_to(request);
     for (const std::string& text : replies) {
-        for (int copy = 0; copy < copies; ++copy) {
-            pending_.emplace(due, pending_reply{from, spoil(present.wrong, request, text)});
-        }
+        pending_.emplace(due, pending_reply{from, spoil(present.wrong, request, text), twice});
     }
     if (replies.empty()) {
         record_timeout();
@@ -136,17 +135,29 @@ bool datagram_peer::is_lost(double share) {
 
 void datagram_peer::send_due_replies() {
     while (!pending_.empty() && pending_.begin()->first <= steady_clock::now()) {
-        send(pending_.begin()->second);
+        send(std::move(pending_.begin()->second));
         pending_.erase(pending_.begin());
     }
 }
 
-void datagram_peer::send(const pending_reply& reply) {
-    // Recorded before it is sent: whoever has the reply finds it in the journal.
-    journal_.record(self_.name, "daemon", reply.text);
-    const ssize_t sent = sendto(socket_.get(), reply.text.data(), reply.text.size(), MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr*>(&reply.to), sizeof reply.to);
-    if (sent < 0) {
+void datagram_peer::send(pending_reply reply) {
+    const int copies = reply.twice ? 2 : 1;
+    iovec text{reply.text.data(), reply.text.size()};
+    std::array<mmsghdr, 2> datagrams{};
+    for (int copy = 0; copy < copies; ++copy) {
+        // Recorded before it is sent: whoever has the reply finds it in the journal.
+        journal_.record(self_.name, "daemon", reply.text);
+        msghdr& datagram = datagrams[static_cast<std::size_t>(copy)].msg_hdr;
+        datagram.msg_name = &reply.to;
+        datagram.msg_namelen = sizeof reply.to;
+        datagram.msg_iov = &text;
+        datagram.msg_iovlen = 1;
+    }
+    // At once: the daemon's next request may have the same port, and would take a second one that
+    // comes late for its answer.
+    const int sent =
+        sendmmsg(socket_.get(), datagrams.data(), static_cast<unsigned>(copies), MSG_NOSIGNAL);
+    if (sent < copies) {
         journal_.record("lab", self_.name,
                         "the reply above was not sent: " + std::generic_category().message(errno));
     }

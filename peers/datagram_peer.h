@@ -76,6 +76,7 @@ private:
     struct pending_reply {
         sockaddr_in to;
         std::string text;
+        bool twice;
     };
 
     template<class type>
@@ -90,7 +91,7 @@ private:
     [[nodiscard]] std::vector<std::string> replies_to(const std::string& request) const;
     [[nodiscard]] bool is_lost(double share);
     void send_due_replies();
-    void send(const pending_reply& reply);
+    void send(pending_reply reply);
     [[nodiscard]] std::optional<std::chrono::milliseconds> time_to_next_reply() const;
 
     journal& journal_;
