@@ -16,10 +16,10 @@ const seconds = time => Number(time).toFixed(3);
 const note_text = ({note, text}) => ({typed: '> ', said: ''}[note] ?? note + ': ') + text;
 
 class Chart {
-    constructor() {
+    constructor(conversation) {
         this.list = by_id('list');
         this.canvas = by_id('canvas');
-        this.conversation = new Conversation();
+        this.conversation = conversation;
         this.following = true; // the newest message
         this.current = -1;     // number of the selected row
         this.anchor = -1;      // where the selection began
@@ -194,19 +194,27 @@ class Chart {
 
     move(step, extend) {
         const view = this.conversation.view;
-        const at = this.current < 0 ? view.length : this.conversation.index_of(this.current);
-        this.select(at + step, extend);
+        this.select((this.current < 0 ? view.length : this.origin(step)) + step, extend);
+    }
+
+    /// Where steps begin: at the selected row or, if it is not shown, just before the next one that is.
+    origin(step) {
+        const {view} = this.conversation;
+        const at = this.current < 0 && step < 0 ? view.length : this.conversation.index_of(this.current);
+        return step > 0 && !(view[at]?.number <= this.current) ? at - 1 : at;
     }
 
     /// Selects the next entry that satisfies the predicate. False if there is none.
     jump(step, wanted) {
-        const from = this.current < 0 ? (step > 0 ? -1 : this.conversation.view.length)
-                                      : this.conversation.index_of(this.current);
-        const at = this.conversation.next(from, step, wanted);
-        if (at >= 0) {
+        const {view} = this.conversation;
+        let at = this.origin(step) + step;
+        while (view[at] && !wanted(view[at])) {
+            at += step;
+        }
+        if (view[at]) {
             this.select(at);
         }
-        return at >= 0;
+        return at in view;
     }
 
     reveal(index) {
@@ -221,10 +229,11 @@ class Chart {
         this.redraw();
     }
 
-    /// The selected messages if there are several, else all that are shown.
+    /// The selected messages that are shown or, if there are none, all that are shown.
     chosen() {
-        const several = this.current >= 0 && this.current !== this.anchor;
-        return this.conversation.rows.filter(
-            row => row.line && (several ? this.is_selected(row) && this.conversation.shows(row) : this.conversation.shows(row)));
+        const {view} = this.conversation;
+        const selected = view.filter(entry => this.is_selected(entry));
+        const rows = new Set((selected.length > 0 ? selected : view).flatMap(entry => entry.rows ?? [entry]));
+        return [...rows].filter(row => row.line).sort((a, b) => a.number - b.number);
     }
 }

@@ -1,24 +1,28 @@
 // The messages of a conversation: what belongs together, and which of them are shown.
 'use strict';
 
-const most_rows = 60000; // older ones leave the page
 const bot_members = new Set(['bot', 'bots', 'uuid', 'found']);
+const tokens = /"(?:[^"\\]|\\.)*"|[{}[\],:]|[^\s{}[\],:"]+/gs; // of JSON
 
-/// The Bots that a parsed message names, as text.
+/// The Bots that a parsed message names, as text. Beside "zorvin", "uuid" is not a Bot's but the Zorvin's.
 function bots_in(value, found = new Set(), relevant = false) {
     if (Array.isArray(value)) {
         value.forEach(one => bots_in(one, found, relevant));
     } else if (value !== null && typeof value === 'object') {
-        Object.entries(value).forEach(([name, one]) => bots_in(one, found, bot_members.has(name)));
+        const is_bot = name => bot_members.has(name) && !(name === 'uuid' && 'zorvin' in value);
+        Object.entries(value).forEach(([name, one]) => bots_in(one, found, is_bot(name)));
     } else if (relevant && (typeof value === 'string' || typeof value === 'number')) {
         found.add(String(value));
     }
     return found;
 }
 
+/// Integers of 16 and more digits become texts: numbers cannot hold all of them.
 function parse(text) {
     try {
-        return JSON.parse(text);
+        const parsed = JSON.parse(text);
+        const quoted = () => text.replace(tokens, token => (/^\d{16,}$/.test(token) ? `"${token}"` : token));
+        return /\d{16}/.test(text) ? JSON.parse(quoted()) : parsed;
     } catch {
         return undefined;
     }
@@ -50,7 +54,8 @@ const same_request = (one, other) =>
     one.text === other.text && one.line.method === other.line.method && one.line.path === other.line.path;
 
 class Conversation {
-    constructor() {
+    constructor(limit = Infinity) {
+        this.limit = limit;        // of rows
         this.rows = [];
         this.gone = 0;             // rows that left
         this.peers = new Set();    // that took part
@@ -72,9 +77,10 @@ class Conversation {
         row.words = [row.label, row.name, row.peer, row.text, row.line?.path].join(' ').toLowerCase();
         this.rows.push(row);
         this.place(row);
-        if (this.rows.length > most_rows) {
-            this.rows.splice(0, most_rows / 10);
-            this.gone += most_rows / 10;
+        if (this.rows.length > this.limit) { // the oldest leave; before all others, polls that brought nothing
+            const leaving = new Set([...this.rows].sort((a, b) => Boolean(b.idle) - Boolean(a.idle)).slice(0, this.limit / 10));
+            this.rows = this.rows.filter(one => !leaving.has(one));
+            this.gone += leaving.size;
             this.rebuild();
         }
         return row;
@@ -95,7 +101,8 @@ class Conversation {
         row.label = item.label ?? label_from(row);
         row.bots = bots_in(row.parsed);
         this.pair(row);
-        row.refused = line.status >= 400 || row.parsed?.success === false;
+        const says_always = row.name === 'reply/start' && row.parsed?.reason === undefined; // "success":false, also if it works
+        row.refused = line.status >= 400 || (row.parsed?.success === false && !says_always);
         row.fails = row.breaches.length > 0 || Boolean(line.event) || row.refused;
         row.bots.forEach(bot => this.bots.add(bot));
         this.peers.add(row.peer);
@@ -149,31 +156,21 @@ class Conversation {
             this.view.push(row);
             return;
         }
-        for (let at = this.view.length - 1; at >= Math.max(0, this.view.length - 50); --at) {
-            if (this.view[at] === row.request) { // it was shown until now
-                this.view.splice(at, 1);
-                break;
-            }
+        const recent = this.view.slice(-50);
+        if (recent.includes(row.request)) { // it was shown until now
+            this.view.splice(recent.indexOf(row.request) - recent.length, 1);
         }
-        const last = this.view[this.view.length - 1];
-        if (last?.polls) {
-            last.polls += 1;
-            last.until = row.time;
-            last.last = row.number;
-        } else {
-            this.view.push({polls: 1, number: row.number, last: row.number, time: row.request.time, until: row.time,
-                            peer: row.peer, out: true, fails: false});
+        let fold = this.view[this.view.length - 1];
+        if (!fold?.polls) {
+            fold = {polls: 0, number: row.number, time: row.request.time, peer: row.peer, out: true, fails: false, rows: []};
+            this.view.push(fold);
         }
+        Object.assign(fold, {polls: fold.polls + 1, until: row.time, last: row.number}).rows.push(row.request, row);
     }
 
     rebuild() {
         this.view = [];
         this.rows.forEach(row => this.place(row));
-    }
-
-    filter(text) {
-        this.words = text.toLowerCase().split(/\s+/).filter(word => word !== '');
-        this.rebuild();
     }
 
     /// The index in the view of the first entry with this number or a later one.
@@ -189,16 +186,6 @@ class Conversation {
             }
         }
         return low;
-    }
-
-    /// The next entry from this one on, in steps of 1 or -1, that satisfies the predicate; -1: none.
-    next(index, step, wanted) {
-        for (let at = index + step; at >= 0 && at < this.view.length; at += step) {
-            if (wanted(this.view[at])) {
-                return at;
-            }
-        }
-        return -1;
     }
 
     /// The lifelines from left to right.
@@ -224,7 +211,7 @@ function pretty(text) {
         }
         line = '';
     };
-    for (const [token] of text.matchAll(/"(?:[^"\\]|\\.)*"|[{}[\],:]|[^\s{}[\],:"]+/gs)) {
+    for (const [token] of text.matchAll(tokens)) {
         const inner = stack[stack.length - 1];
         if (token === '{' || token === '[') {
             line += token;

@@ -1,7 +1,7 @@
 // The page around the chart: the selected message, what is typed, and the lab that the page belongs to, if any.
 
-const chart = new Chart();
-const live = chart.conversation; // what the lab sends; a file that is opened gets a conversation of its own
+const live = new Conversation(60000); // what the lab sends; a file that is opened gets a conversation of its own
+const chart = new Chart(live);
 let held = null;                 // while paused: items that are not shown yet
 let facts = null;                // about the lab
 let state = null;                // of its peers
@@ -10,8 +10,11 @@ let now = 0;                     // the lab's time
 
 // The selected message
 
+let shown = {}; // the entry, and the answer that it had by then
+
 function show_message(entry) {
     const panel = by_id('message');
+    shown = {entry, answer: entry.answer};
     if (entry.polls || entry.note) {
         panel.replaceChildren(make('h2', {}, entry.polls ? chart.label_of(entry) : entry.note),
                               make('p', {}, entry.polls ? `without a command, from ${seconds(entry.time)} s to ${seconds(entry.until)} s`
@@ -86,6 +89,9 @@ chart.on_draw = () => {
     const {rows, view, gone} = chart.conversation;
     by_id('count').textContent = `${view.length} shown of ${rows.length}` + (gone > 0 ? `, ${gone} left the page` : '') +
         (held ? `, ${held.length} held` : '');
+    if (shown.entry?.answer !== shown.answer) {
+        show_message(shown.entry); // now with its answer
+    }
 };
 
 function show_tab(name) {
@@ -93,6 +99,7 @@ function show_tab(name) {
         tab.setAttribute('aria-selected', String(tab.dataset.tab === name));
         by_id(tab.dataset.tab).hidden = tab.dataset.tab !== name;
     });
+    by_id('terminal').scrollTop = by_id('terminal').scrollHeight;
     refresh_panels();
 }
 
@@ -128,21 +135,30 @@ function export_chosen() {
 const find_next = step => chart.jump(step, entry => chart.found !== '' && Boolean(entry.words?.includes(chart.found)));
 const find_failure = step => chart.jump(step, entry => entry.fails);
 
+/// The bar keeps its settings, except a Bot that this conversation does not name.
+function show_conversation(conversation) {
+    const {words, fold, hidden, bot} = chart.conversation;
+    Object.assign(conversation, {words, fold, hidden, bot: conversation.bots.has(bot) ? bot : ''}).rebuild();
+    chart.show(conversation);
+    by_id('live').hidden = conversation === live || facts?.mode !== 'live';
+    by_id('bot').length = 1;
+    refresh_bots();
+}
+
 function open_conversation(items, name) {
     const opened = new Conversation();
     items.forEach(item => opened.add(item));
-    chart.show(opened);
+    show_conversation(opened);
     chart.following = false;
-    by_id('live').hidden = facts?.mode !== 'live';
     by_id('daemon').textContent = name;
-    refresh_bots();
 }
 
 /// The lab says what the contract says of the lines; without a lab they are shown as they are.
 async function open_file(file) {
     const text = await file.text();
-    const items = facts === null ? null : await post('recording', text, 'application/x-ndjson').catch(() => null);
-    open_conversation(items?.items ?? read_lines(text), file.name + (items?.error ? ': ' + items.error : ''));
+    const failure = {error: file.size > 16 << 20 ? 'too large to judge' : 'not judged, csi_lab is away'};
+    const {items, error} = facts === null ? {} : await post('recording', text, 'application/x-ndjson').catch(() => failure);
+    open_conversation(items ?? read_lines(text), file.name + (error ? ': ' + error : ''));
 }
 
 // The lab
@@ -152,32 +168,33 @@ async function post(path, body, type) {
     return response.json();
 }
 
+/// False, and the terminal says why, if the lab did not take the line.
 async function execute(line) {
-    await post('command', JSON.stringify({line}), 'application/json');
+    const {error} = await post('command', JSON.stringify({line}), 'application/json').catch(() => ({error: 'csi_lab is away'}));
+    if (error) {
+        show_note({note: 'error', text: `not sent: ${line}: ${error}`});
+        refresh_panels();
+    }
+    return !error;
 }
 
 function show_note(item) {
     const terminal = by_id('terminal');
+    const at_end = terminal.scrollTop + terminal.clientHeight > terminal.scrollHeight - row_height;
     terminal.append(make('p', {className: item.note}, item.note === 'typed' ? note_text(item) : item.text));
     while (terminal.childElementCount > 500) {
         terminal.firstChild.remove();
     }
-    terminal.scrollTop = terminal.scrollHeight;
+    terminal.scrollTop = at_end ? terminal.scrollHeight : terminal.scrollTop;
 }
 
 function take(batch) {
-    batch.items.forEach(item => {
-        if (item.note) {
-            show_note(item);
-        }
-        if (held) {
-            held.push(item);
-            return;
-        }
-        live.add(item);
-    });
+    batch.items.filter(item => item.note).forEach(show_note);
+    batch.items.forEach(item => (held ? held.push(item) : live.add(item)));
     note_scan(batch.items);
     refresh_state(batch);
+    const {cores = [], fusion} = batch.state ?? {};
+    [...cores.map(core => core.name.replace(':', ' ')), ...(fusion ? ['fusion'] : [])].forEach(peer => live.peers.add(peer));
     refresh_bots();
     chart.redraw();
 }
@@ -187,7 +204,8 @@ async function follow_feed() {
         try {
             const batch = await (await fetch(`feed?from=${from}&version=${version}&run=${run}`)).json();
             if (batch.run !== run && run !== '') {
-                location.reload(); // another lab
+                by_id('reload').hidden = false; // the rows of this one stay
+                Object.assign(by_id('daemon'), {textContent: 'this lab has ended', className: 'away'});
                 return;
             }
             ({run, version, next: from} = batch);
@@ -361,8 +379,9 @@ function build_form() {
     });
     by_id('typed').addEventListener('submit', event => {
         event.preventDefault();
-        execute(by_id('line').value);
+        const line = by_id('line').value;
         by_id('line').value = '';
+        execute(line).then(taken => { by_id('line').value ||= taken ? '' : line; });
     });
     choose_command();
 }
@@ -432,28 +451,23 @@ function refresh_faults() {
 const keys = {
     j: () => chart.move(1), k: () => chart.move(-1), ArrowDown: event => chart.move(1, event.shiftKey),
     ArrowUp: event => chart.move(-1, event.shiftKey), J: () => chart.move(1, true), K: () => chart.move(-1, true),
-    PageDown: () => chart.move(20), PageUp: () => chart.move(-20), Home: () => chart.select(0),
-    End: () => { chart.select(Infinity); chart.follow(); },
+    PageDown: event => chart.move(20, event.shiftKey), PageUp: event => chart.move(-20, event.shiftKey),
+    Home: event => chart.select(0, event.shiftKey), End: event => { chart.select(Infinity, event.shiftKey); chart.follow(); },
     '/': () => by_id('filter').focus(), f: () => by_id('search').focus(), n: () => find_failure(1), N: () => find_failure(-1),
     p: () => set_paused(held === null), e: export_chosen, '?': () => show_tab('keys'),
     c: () => { if (facts?.mode === 'live') { show_tab('commands'); by_id('line').focus(); } },
-    r: () => {
-        const entry = chart.conversation.view[chart.conversation.index_of(chart.current)];
-        const other = entry?.request ?? entry?.answer;
-        if (other && chart.current >= 0) {
-            go_to(other);
-        }
-    },
+    r: () => { const other = shown.entry?.request ?? shown.entry?.answer; if (other) { go_to(other); } },
     Escape: () => { by_id('filter').value = ''; set_filter(); },
 };
 
 function set_filter() {
-    chart.conversation.filter(by_id('filter').value);
+    chart.conversation.words = by_id('filter').value.toLowerCase().split(/\s+/).filter(word => word !== '');
     chart.refilter();
 }
 
 function on_key(event) {
-    const typing = event.target.matches('input:not([type=checkbox]):not([type=file]), select, textarea');
+    const typing = event.target.matches('input:not([type=checkbox]):not([type=file]), select, textarea') ||
+        (event.target.closest('[role=tabpanel]') && /^(Arrow|Page|Home|End|Escape)/.test(event.key)); // scrolls the panel
     if (typing && event.key === 'Escape') {
         by_id('list').focus();
         event.preventDefault();
@@ -461,8 +475,7 @@ function on_key(event) {
     if (typing || event.ctrlKey || event.metaKey || event.altKey) {
         return;
     }
-    const tabs = [...document.querySelectorAll('[role=tab]:not([hidden])')];
-    const tab = tabs[Number(event.key) - 1];
+    const tab = document.querySelectorAll('[role=tab]:not([hidden])')[Number(event.key) - 1];
     if (tab !== undefined) {
         show_tab(tab.dataset.tab);
     } else if (Object.hasOwn(keys, event.key)) {
@@ -485,8 +498,12 @@ function connect_bar() {
     by_id('pause').addEventListener('click', () => set_paused(held === null));
     by_id('failure').addEventListener('click', () => find_failure(1));
     by_id('export').addEventListener('click', export_chosen);
-    by_id('file').addEventListener('change', event => event.target.files[0] && open_file(event.target.files[0]));
-    by_id('live').addEventListener('click', () => { chart.show(live); by_id('live').hidden = true; refresh_bots(); refresh_badge(); });
+    by_id('file').addEventListener('change', ({target}) => {
+        [...target.files].forEach(open_file);
+        target.value = ''; // the same file can be opened again
+    });
+    by_id('live').addEventListener('click', () => { show_conversation(live); refresh_badge(); });
+    by_id('reload').addEventListener('click', () => location.reload());
     document.querySelectorAll('[role=tab]').forEach(tab => tab.addEventListener('click', () => show_tab(tab.dataset.tab)));
     document.addEventListener('dragover', event => event.preventDefault());
     document.addEventListener('drop', event => {
