@@ -192,8 +192,11 @@ peers::http_response page_server::answer_post(const peers::http_request& request
     }
     const json::document parsed = json::parse(request.body);
     const auto line = parsed.IsObject() ? json::find_string(parsed, "line") : std::nullopt;
-    if (!line || has_control_character(*line)) {
-        return make_error(400, "a JSON object with one line of text as \"line\" is needed");
+    if (!line) {
+        return make_error(400, "a JSON object with a text \"line\" is needed");
+    }
+    if (has_control_character(*line)) {
+        return make_error(400, "a line has no control characters");
     }
     return make_response(200, source_.execute(std::string(*line)), json_type);
 }
