@@ -1,13 +1,17 @@
 // The page of csi_lab, as far as no browser is needed: tests/page/try drives it with one.
+#include <atomic>
 #include <sstream>
 #include <string>
 #include <utility>
 
 #include <gtest/gtest.h>
 
+#include "http/http_client.h"
 #include "lab/chart.h"
 #include "lab/page_feed.h"
 #include "lab/page_server.h"
+#include "lab/page_state.h"
+#include "support/fixtures.h"
 #include "support/tcp_client.h"
 #include "support/vectors.h"
 
@@ -65,6 +69,34 @@ TEST(page, feed_keeps_the_latest_and_can_be_read_from_anywhere) {
     EXPECT_EQ(feed.read(99, 0ms).next, 3U);
     feed.close();
     EXPECT_EQ(feed.read(3, 1h).items, "[]");
+}
+
+/// The state of a lab whose "daemon" shows its configuration and ends.
+TEST(page, state_tells_whether_the_daemon_is_there) {
+    peers::journal journal;
+    peers::installation_options options;
+    options.http_port = 0;
+    peers::installation lab(journal, options);
+    std::atomic<std::size_t> lines{0};
+    csi_lab::daemon_runner daemon("/bin/cat", "one\ntwo\n", [&](const std::string&) { ++lines; });
+    const auto state = [&](csi_lab::daemon_runner* runs) {
+        return json::parse(csi_lab::describe_peers({lab, runs}));
+    };
+    const auto attached = [&](csi_lab::daemon_runner* runs) {
+        return std::string(json::find_string(state(runs)["server"], "attached").value_or("none"));
+    };
+    curl_http::http_client http(lab.server().port());
+    http.post_json("http://127.0.0.1:/v2/zorvins/attach", R"({"zorvin":9001})");
+    EXPECT_EQ(attached(nullptr), "9001");
+    EXPECT_EQ(json::find(state(nullptr), "daemon_runs"), nullptr);
+    EXPECT_TRUE(daemon.start());
+    EXPECT_TRUE(wait_until([&] { return !daemon.running(); }));
+    EXPECT_EQ(lines, 2U);
+    EXPECT_FALSE(state(&daemon)["daemon_runs"].GetBool());
+    EXPECT_EQ(attached(&daemon), "") << "although it did not say so";
+    lab.server().queue(R"({"cmd":"disconnect"})");
+    http.get("http://127.0.0.1:/v2/zorvins/9001/msg");
+    EXPECT_EQ(attached(nullptr), "");
 }
 
 TEST(page, routes_lead_to_the_lab_and_every_answer_is_guarded) {
