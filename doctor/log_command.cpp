@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <map>
 #include <set>
@@ -59,8 +58,10 @@ log_options parse(const std::vector<std::string>& arguments) {
 }
 
 /// The path without ".1" and the like, and this number; 0 without one.
-std::pair<std::string, int> split_rotation(const std::string& given) {
-    const std::string path = std::filesystem::path(given).lexically_normal(); // "./f.1" is of "f"
+std::pair<std::string, int> split_rotation(std::string path) {
+    while (path.compare(0, 2, "./") == 0) { // "./f.1" is of "f"
+        path.erase(0, 2);
+    }
     const std::size_t dot = path.size() < 2 ? 0 : path.size() - 2;
     const bool rotated =
         dot > 0 && path[dot] == '.' && path[dot + 1] >= '1' && path[dot + 1] <= '9';
