@@ -59,9 +59,11 @@ log_options parse(const std::vector<std::string>& arguments) {
 
 /// The path without ".1" and the like, and this number; 0 without one.
 std::pair<std::string, int> split_rotation(std::string path) {
-    while (path.compare(0, 2, "./") == 0) { // "./f.1" is of "f"
-        path.erase(0, 2);
+    // "./f.1" is of "f", and "/a/./f.1" of "/a/f".
+    for (std::size_t at = 0; (at = path.find("/./")) != std::string::npos;) {
+        path.erase(at, 2);
     }
+    path.erase(0, path.compare(0, 2, "./") == 0 ? 2 : 0);
     const std::size_t dot = path.size() < 2 ? 0 : path.size() - 2;
     const bool rotated =
         dot > 0 && path[dot] == '.' && path[dot + 1] >= '1' && path[dot + 1] <= '9';

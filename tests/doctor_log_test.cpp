@@ -132,8 +132,11 @@ TEST(doctor_log, knows_each_line_in_the_source) {
 static std::string output_of(const std::vector<std::string>& arguments, int status) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    EXPECT_EQ(run_log_command(arguments), status);
-    return testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    const int returned = run_log_command(arguments);
+    const std::string text =
+        testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    EXPECT_EQ(returned, status) << text;
+    return text;
 }
 
 TEST(doctor_log, command_line) {
