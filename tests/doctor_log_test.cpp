@@ -133,7 +133,7 @@ static std::string output_of(const std::vector<std::string>& arguments, int stat
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const int returned = run_log_command(arguments);
-    const std::string text =
+    std::string text =
         testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
     EXPECT_EQ(returned, status) << text;
     return text;
