@@ -107,9 +107,9 @@ std::string label_of_entry(const entry& what, const std::optional<entry>& reques
     for (const std::string_view name : telling) {
         const json::value* const member = parsed.IsObject() ? json::find(parsed, name) : nullptr;
         const bool is_long = name == "version" && result.rfind("attach", 0) == 0;
-        const bool is_untrue =
+        const bool is_no_failure =
             name == "success" && member != nullptr && member->IsFalse() && !says_failure(parsed);
-        if (member != nullptr && !is_long && !is_untrue) {
+        if (member != nullptr && !is_long && !is_no_failure) {
             result = result == name ? "" : result; // "rate 25", not "rate rate 25"
             result += (result.empty() ? "" : " ") + describe_member(name, *member);
         }

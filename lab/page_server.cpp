@@ -150,10 +150,10 @@ std::string page_server::place() const {
 
 peers::http_response page_server::respond(const peers::http_request& request) const {
     if (const auto status = refusal(request, {at_.address, listener_.port()})) {
-        return make_error(*status,
-                          *status == wrong_type
-                              ? "Content-Type must be application/json or application/x-ndjson"
-                              : "this is " + url() + ", for nobody but its own page");
+        return make_error(
+            *status, *status == wrong_type
+                         ? "Content-Type must be application/json or application/x-ndjson"
+                         : "this is " + url() + ", which answers only people and its own page");
     }
     if (request.method == "POST") {
         return answer_post(request);
